@@ -1,0 +1,41 @@
+// The exception family through which every failure below the exported entry
+// points travels. what() is the class title, ": " and the detail; the four
+// untitled classes carry the detail alone. Classes derived from
+// FileIoException hand their own titled text to FileIoException as its
+// detail, so the file-operation title comes first.
+#ifndef SIGNING_EXCEPTIONS_H
+#define SIGNING_EXCEPTIONS_H
+
+#include <stdexcept>
+#include <string>
+
+namespace exception_text {
+// The separator is added even for an empty detail, but never after an empty title.
+inline std::string Compose(const char* title, const std::string& detail) {
+    return *title == '\0' ? detail : std::string(title) + ": " + detail;
+}
+} // namespace exception_text
+
+#define SIGNING_DECLARE_EXCEPTION(Name, Parent, Title)                                                      \
+    class Name : public Parent {                                                                            \
+    public:                                                                                                 \
+        explicit Name(const std::string& detail) : Parent(exception_text::Compose(Title, detail)) {}        \
+    };
+
+SIGNING_DECLARE_EXCEPTION(FileIoException, std::runtime_error, "File operation error")
+SIGNING_DECLARE_EXCEPTION(FileNotFoundException, FileIoException, "File not found")
+SIGNING_DECLARE_EXCEPTION(InvalidFileStructureException, FileIoException, "Invalid structure of the file")
+SIGNING_DECLARE_EXCEPTION(NotSupportedFileFormatException, FileIoException, "File format is not supported")
+SIGNING_DECLARE_EXCEPTION(NotImplementedException, std::runtime_error, "Not implemented")
+SIGNING_DECLARE_EXCEPTION(ArgumentException, std::runtime_error, "Invalid argument")
+SIGNING_DECLARE_EXCEPTION(DataFormatException, std::runtime_error, "Invalid format of data")
+SIGNING_DECLARE_EXCEPTION(DigestException, std::runtime_error, "Digest calculation error")
+SIGNING_DECLARE_EXCEPTION(Pkcs7InnerException, std::runtime_error, "Error during processing PKCS7 structure")
+SIGNING_DECLARE_EXCEPTION(NotSupportedException, std::runtime_error, "")
+SIGNING_DECLARE_EXCEPTION(NotDefinedException, std::runtime_error, "")
+SIGNING_DECLARE_EXCEPTION(InternalErrorException, std::runtime_error, "")
+SIGNING_DECLARE_EXCEPTION(Base64OperationException, std::runtime_error, "")
+
+#undef SIGNING_DECLARE_EXCEPTION
+
+#endif
