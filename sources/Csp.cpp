@@ -1,0 +1,3 @@
+#include "Csp.h"
+
+Csp::~Csp() = default;

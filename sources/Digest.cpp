@@ -1,0 +1,136 @@
+#include "Digest.h"
+
+#include "Exceptions.h"
+
+#include <cstring>
+
+namespace {
+
+// The table row of an algorithm that can be digested, or null.
+const soapWrap::HashAlgorithmInfo* DigestInfo(soapWrap::HashAlgorithm type) {
+    unsigned int index = static_cast<unsigned int>(type);
+    return index < soapWrap::DIGEST_ALGORITHM_COUNT ? &soapWrap::HASH_ALGORITHMS[index] : nullptr;
+}
+
+// The order in which object identifiers are compared.
+constexpr soapWrap::HashAlgorithm OID_SEARCH_ORDER[] = {soapWrap::SHA1,   soapWrap::SHA256, soapWrap::SHA512,
+                                                        soapWrap::SHA384, soapWrap::SHA224, soapWrap::MD5};
+
+} // namespace
+
+Digest::Digest(soapWrap::HashAlgorithm type) : DigestBase(type), _Md(nullptr), _Context() {
+    _Md = GetMd(type);
+    if (_Md == nullptr) {
+        throw DigestException("Cannot create " + GetTypeName() + " digest type");
+    }
+    _Context.reset(EVP_MD_CTX_new());
+    if (!_Context) {
+        throw DigestException("Cannot create " + GetTypeName() + " digest context");
+    }
+    if (EVP_DigestInit_ex(_Context.get(), _Md, nullptr) != 1) {
+        throw DigestException("Cannot initialize " + GetTypeName() + " digest context");
+    }
+}
+
+Digest::~Digest() = default;
+
+Digest* Digest::Copy() const {
+    std::unique_ptr<Digest> copy(new Digest(GetType()));
+    if (!_Context || EVP_MD_CTX_copy_ex(copy->_Context.get(), _Context.get()) != 1) {
+        throw DigestException("Cannot copy " + GetTypeName() + " digest state");
+    }
+    return copy.release();
+}
+
+void Digest::Update(const void* data, unsigned long length) {
+    if (!_Context) {
+        throw DigestException("Wrong digest context");
+    }
+    if (EVP_DigestUpdate(_Context.get(), data, length) != 1) {
+        throw DigestException("Error while " + GetTypeName() + " digest update");
+    }
+}
+
+unsigned int Digest::GetLength() const {
+    return GetLength(GetType());
+}
+
+bool Digest::GetValue(unsigned char* out) {
+    if (!_Context) {
+        throw DigestException("Using digest within not initialized context");
+    }
+    unsigned int expected = GetLength();
+    unsigned int written = 0;
+    if (EVP_DigestFinal_ex(_Context.get(), out, &written) != 1) {
+        throw DigestException("Cannot get value of " + GetTypeName() + " digest");
+    }
+    if (written != expected) {
+        throw DigestException("Wrong length of the digest value. Expected: " + std::to_string(expected) +
+                              ", got: " + std::to_string(written));
+    }
+    return true;
+}
+
+unsigned char* Digest::GetValue() {
+    if (!_Value) {
+        std::unique_ptr<unsigned char[]> value(new unsigned char[GetLength()]);
+        GetValue(value.get());
+        _Value = std::move(value);
+    }
+    return _Value.get();
+}
+
+void Digest::Reinitialize() {
+    if (!_Context || EVP_DigestInit_ex(_Context.get(), _Md, nullptr) != 1) {
+        throw DigestException("Cannot initialize " + GetTypeName() + " digest context");
+    }
+}
+
+const EVP_MD* Digest::GetMd(soapWrap::HashAlgorithm type) {
+    const soapWrap::HashAlgorithmInfo* info = DigestInfo(type);
+    if (info == nullptr) {
+        throw DigestException("Undefined type of digest");
+    }
+    return info->Md();
+}
+
+unsigned int Digest::GetLength(soapWrap::HashAlgorithm type) {
+    const soapWrap::HashAlgorithmInfo* info = DigestInfo(type);
+    if (info == nullptr) {
+        throw DigestException("Undefined type of digest");
+    }
+    return info->Length;
+}
+
+int Digest::GetNID(soapWrap::HashAlgorithm type) {
+    const soapWrap::HashAlgorithmInfo* info = DigestInfo(type);
+    if (info == nullptr) {
+        throw NotSupportedFileFormatException(
+            "The signature is built on a digest calculated with not supported hash algorithm");
+    }
+    return info->Nid;
+}
+
+soapWrap::HashAlgorithm Digest::GetTypeByNid(unsigned int nid) {
+    for (unsigned int index = 0; index < soapWrap::DIGEST_ALGORITHM_COUNT; ++index) {
+        const soapWrap::HashAlgorithmInfo& info = soapWrap::HASH_ALGORITHMS[index];
+        if (nid == static_cast<unsigned int>(info.Nid) ||
+            nid == static_cast<unsigned int>(info.RsaSignatureNid)) {
+            return static_cast<soapWrap::HashAlgorithm>(index);
+        }
+    }
+    throw NotSupportedFileFormatException("Unknown object Numerical Identifier (NID) for hash algorithm");
+}
+
+soapWrap::HashAlgorithm Digest::GetTypeByOid(soapWrap::Binary* oid) {
+    if (oid != nullptr && oid->data != nullptr) {
+        // The length decides which identifiers are candidates at all.
+        for (soapWrap::HashAlgorithm type : OID_SEARCH_ORDER) {
+            const soapWrap::HashAlgorithmInfo& info = soapWrap::HASH_ALGORITHMS[type];
+            if (oid->size == info.OidLength && std::memcmp(oid->data, info.OidBytes, info.OidLength) == 0) {
+                return type;
+            }
+        }
+    }
+    throw Pkcs7InnerException("Unknown object identifier for hash algorithm");
+}
