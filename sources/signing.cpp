@@ -1,0 +1,213 @@
+// Host plug-in interface: obtaining the public key.
+#include "signing.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <list>
+#include <memory>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+// The key service is asked for the key that belongs to an update: the
+// update identifier follows this suffix.
+constexpr const char kRequestSuffix[] = "?id=";
+constexpr const char kPublicKeyFileName[] = "/PUBLIC_KEY.PUB";
+constexpr int kDownloadAttempts = 3;
+
+// The download tools in the order they are preferred, with the command that
+// finds each one, its command template (time-out, tries, request, output
+// file; LD_LIBRARY_PATH is cleared so that the tool does not pick up the
+// host's libraries) and the secure-protocol option logged for each attempt.
+struct DownloadTool {
+    const char* name;
+    const char* probe;
+    const char* commandTemplate;
+    std::array<const char*, kDownloadAttempts> secureProtocols;
+};
+
+constexpr std::array<DownloadTool, 2> kDownloadTools = {{
+    {"wget",
+     "which wget 2>/dev/null",
+     "export LD_LIBRARY_PATH=\"\"; wget --timeout=%d --tries=%d --quiet %s -O %s 2>/dev/null",
+     {"--secure-protocol=SSLv3", "--secure-protocol=SSLv2", "--secure-protocol=TLSv1"}},
+    {"curl",
+     "which curl 2>/dev/null",
+     "export LD_LIBRARY_PATH=\"\"; curl --max-time %d --retry %d --location --silent %s -o %s 2>/dev/null",
+     {"--sslv3", "--sslv2", "--tlsv1"}},
+}};
+
+constexpr int kDownloadTimeoutSeconds = 3;
+constexpr int kDownloadTries = 1;
+constexpr size_t kCommandBufferSize = 4096;
+constexpr size_t kProbeReadSize = 64;
+constexpr size_t kWebServiceBufferSize = 80;
+
+// A key service that cannot find a key answers with a page that links
+// elsewhere; such a file is not a key.
+constexpr const char kInvalidKeyMarker[] = "http://";
+
+struct FreeDeleter {
+    void operator()(void* pointer) const { std::free(pointer); }
+};
+
+// The update identifier sent to the key service: the first non-empty
+// "VokUpdateId" of the nested "phonehome" environment of a product or of one
+// of its components, products in order and each product before its
+// components.
+std::string FindUpdateId(session_t* session) {
+    auto idOf = [](Environment* environment) -> std::string {
+        Environment* phonehome = castStringToEnvPointer(env_get_string_internal(environment, "phonehome"));
+        if (phonehome == nullptr) {
+            return std::string();
+        }
+        return env_get_string_internal(phonehome, "VokUpdateId");
+    };
+    if (session == nullptr || session->tsd == nullptr) {
+        return std::string();
+    }
+    for (Product* product : session->tsd->products()) {
+        if (product == nullptr) {
+            continue;
+        }
+        std::string id = idOf(&product->environment);
+        if (!id.empty()) {
+            return id;
+        }
+        for (Component* component : product->components) {
+            if (component == nullptr) {
+                continue;
+            }
+            id = idOf(&component->environment);
+            if (!id.empty()) {
+                return id;
+            }
+        }
+    }
+    return std::string();
+}
+
+// The secure-protocol option of the given attempt for the tool the command
+// names; empty when it names neither.
+const char* SecureProtocolFor(const std::string& command, int attempt) {
+    for (const DownloadTool& tool : kDownloadTools) {
+        if (command.find(tool.name) != std::string::npos) {
+            return tool.secureProtocols[static_cast<size_t>(attempt)];
+        }
+    }
+    return "";
+}
+
+// Runs the download command once; true when it exited with status 0. Its
+// output is not read: the tool writes the key into the output file itself.
+bool CallWebService(const std::string& command) {
+    std::unique_ptr<char, FreeDeleter> buffer(static_cast<char*>(std::calloc(kWebServiceBufferSize, 1)));
+    if (!buffer) {
+        print_log("_signing_call_webservice: unable to allocate memory");
+        return false;
+    }
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        print_log("_signing_call_webservice: unable to execute command");
+        return false;
+    }
+    int status = pclose(pipe);
+    if (status != -1 && WIFSIGNALED(status)) {
+        int signal = WTERMSIG(status);
+        print_log("_signing_call_webservice: signing web service call failed by signal %d - %s.\n", signal,
+                  strsignal(signal));
+        return false;
+    }
+    if (status != 0) {
+        print_log("_signing_call_webservice: web service call failed with status %d", status);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+std::string _signing_get_command(const std::string& url, const std::string& outFile) {
+    for (const DownloadTool& tool : kDownloadTools) {
+        FILE* pipe = popen(tool.probe, "r");
+        if (pipe == nullptr) {
+            print_log("_signing_get_command: unable to validate command to existance");
+            return std::string();
+        }
+        // Only the exit status of `which` matters; its output is drained so
+        // that it never blocks on a full pipe.
+        char chunk[kProbeReadSize];
+        while (read(fileno(pipe), chunk, sizeof(chunk)) > 0) {
+        }
+        int status = pclose(pipe);
+        if (status != -1 && WIFSIGNALED(status)) {
+            int signal = WTERMSIG(status);
+            print_log("_signing_get_command: signing command check failed by signal %d - %s.\n", signal,
+                      strsignal(signal));
+            return std::string();
+        }
+        if (status == 0) {
+            // The buffer bounds the command; snprintf cuts a longer one.
+            std::array<char, kCommandBufferSize> command{};
+            std::snprintf(command.data(), command.size(), tool.commandTemplate, kDownloadTimeoutSeconds,
+                          kDownloadTries, url.c_str(), outFile.c_str());
+            return std::string(command.data());
+        }
+    }
+    return std::string();
+}
+
+std::string _signing_get_public_key(session_t* session) {
+    std::string defaultUrl = env_get_string(session, "SIGNING_DEFAULT_URL");
+    std::string url = env_get_string(session, "signing_url");
+    std::string signature = env_get_string(session, "signature");
+    std::string tempFolder = env_get_string(session, "TEMP_FOLDER");
+
+    if (!signature.empty()) {
+        print_log("signing_get_public_key: public key specified by user %s", signature.c_str());
+        return signature;
+    }
+    print_log("signing_get_public_key: public key will be downloaded from QEL");
+
+    std::string request = (url.empty() ? defaultUrl : url) + kRequestSuffix;
+    request += FindUpdateId(session);
+    print_log("signing_get_public_key: request value [%s]", request.c_str());
+
+    std::string outFile = tempFolder + kPublicKeyFileName;
+    std::string command = _signing_get_command(request, outFile);
+    if (command.empty()) {
+        return std::string();
+    }
+    print_log("signing_get_public_key: command value [%s]", command.c_str());
+
+    for (int attempt = 0; attempt < kDownloadAttempts; ++attempt) {
+        std::string protocol = SecureProtocolFor(command, attempt);
+        // The secure variant is only logged; every attempt runs the plain
+        // command.
+        std::string secureCommand = command + " " + protocol;
+        print_log("signing_get_public_key: secure command   [%s]", secureCommand.c_str());
+        print_log("signing_get_public_key: secure protocols [%s]", protocol.c_str());
+        if (CallWebService(command)) {
+            print_log("signing_get_public_key: public key obtained successfully [%s]", outFile.c_str());
+            return outFile;
+        }
+    }
+    return std::string();
+}
+
+int _signing_is_valid_key(const std::string& path) {
+    if (file_exists(path, false) == 0) {
+        return 1;
+    }
+    std::list<std::string> lines = readContentOfTextFile(path);
+    for (const std::string& line : lines) {
+        if (line.find(kInvalidKeyMarker) != std::string::npos) {
+            print_log("_signing_is_valid_key: public key contains incorrect value");
+            return 1;
+        }
+    }
+    return 0;
+}
