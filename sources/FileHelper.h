@@ -1,0 +1,113 @@
+// The library's one way to touch files: reading packages and keys at
+// absolute positions, writing output copies, path queries, folders,
+// wildcards, permissions and extended attributes. Every failure is thrown as
+// FileIoException or FileNotFoundException whose detail names the path.
+#ifndef SIGNING_FILE_HELPER_H
+#define SIGNING_FILE_HELPER_H
+
+#include <cstdint>
+#include <ctime>
+#include <list>
+#include <string>
+#include <vector>
+
+// What ProcessFolder does with the entries of a folder.
+enum FolderAction {
+    FolderActionCollect = 0, // append the entry names to the caller's list
+    FolderActionDelete = 1,  // delete files and sub-folders, then the folder
+};
+
+class FileHelper {
+public:
+    // Opens an existing file for reading; a folder is accepted and opens nothing.
+    explicit FileHelper(const std::string& path);
+    // path = folder + name as given. openExisting opens read-only, otherwise
+    // the file is created (truncated) with its folder's permission bits.
+    FileHelper(const std::string& folder, const std::string& name, bool openExisting);
+    // Closes the descriptor; a failing close throws.
+    ~FileHelper() noexcept(false);
+
+    FileHelper(const FileHelper&) = delete;
+    FileHelper& operator=(const FileHelper&) = delete;
+
+    // Reading. A short read is not an error: callers compare the count.
+    long Read(char* buffer, unsigned long length) const;
+    long Read(char* buffer, unsigned long position, unsigned long length) const;
+    void SetPosition(unsigned long position) const;
+    // Integers in host byte order, as the bytes lie in the file. GetUInt8
+    // gives the byte as a (signed) char.
+    char GetUInt8(unsigned long position) const;
+    uint16_t GetUInt16(unsigned long position) const;
+    uint32_t GetUInt32(unsigned long position) const;
+    uint64_t GetUInt64(unsigned long position) const;
+    // The chunk size callers use to read a region piece by piece.
+    unsigned long GetBufferSize() const;
+
+    // Writing.
+    void WriteBlock(char* buffer, unsigned long length);
+    void AddBlankArea(unsigned long length);
+    void CopyData(FileHelper* target, unsigned long from, unsigned long to);
+    void Close();
+    void Remove();
+    void Rename(const std::string& newPath);
+
+    bool IsFolder() const;
+
+    // Path queries.
+    static bool IsExist(const std::string& path);
+    static bool IsFolder(const std::string& path);
+    static bool IsSymlink(const std::string& path);
+    static std::string GetSymlink(const std::string& path);
+    static unsigned long GetSize(const std::string& path);
+    static time_t GetModificationTime(const std::string& path);
+    static std::string GetFilePath(const std::string& path);
+    static std::string GetFileName(const std::string& path);
+    static std::string GetFileName(const std::string& path, char separator);
+    static std::string GetFileExtension(const std::string& path);
+    static std::string GetSystemFullPath(const std::string& path);
+    static std::string GetExecutableDirectory();
+    static std::string GetWorkingDirectory();
+    static std::string GetFullName(const std::string& name, bool alsoExecutableDirectory);
+
+    // Folders.
+    static void CreateFolder(const std::string& path);
+    static void DeleteFolder(const std::string& path);
+    static void RenameFolder(const std::string& from, const std::string& to);
+    static void Remove(const std::string& path);
+    static void GetFolderContent(std::list<std::string>* entries, const std::string& path);
+    static void ProcessFolder(std::list<std::string>* entries, const std::string& path,
+                              const std::string& prefix, FolderAction action);
+
+    // Wildcards.
+    static bool IsPattern(const std::string& path);
+    // Appends the names of the folder's entries (relative to the folder) to
+    // names: with recursive, also everything below its sub-folders
+    // ("sub/name"); with foldersOnly, only folders. Answers the number of
+    // names appended, or -1 when the folder cannot be read.
+    static int GetFileList(const std::string& folder, std::list<std::string>& names, bool recursive,
+                           bool foldersOnly);
+    static void ParseWildcards(const std::string& pattern, std::list<std::string>& names,
+                               int (*list)(const std::string&, std::list<std::string>&, bool,
+                                           bool) = GetFileList);
+
+    // Permissions and group.
+    void CopyAttributesFrom(const FileHelper& source) const;
+    void CopyGroupFrom(const FileHelper& source) const;
+    static void InheritParentPermissions(const std::string& path);
+
+    // Extended attributes of this object's path. ReadXAttr hands the caller
+    // an array allocated with new[].
+    std::vector<std::string> ListXAttrs() const;
+    void ReadXAttr(const std::string& name, char*& value, long& size) const;
+    void WriteXAttr(const std::string& name, const char* value, long size) const;
+    void RemoveXAttr(const std::string& name) const;
+
+private:
+    mutable unsigned char _Value[8]; // the bytes of the last integer read
+    int _Descriptor;                 // -1 while no file is open
+    std::string _Path;
+    bool _ReadOnly;
+    bool _IsFolder;
+};
+
+#endif
