@@ -1,0 +1,243 @@
+#include "Base64.h"
+
+#include "Exceptions.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace {
+
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr unsigned char kInvalid = 255;
+// One entry per character code 0 to 122 ('z'); codes above are invalid
+// without a look-up. "=" decodes as the sextet 0 (it is counted as padding).
+constexpr size_t kReverseSize = 123;
+
+constexpr std::array<unsigned char, kReverseSize> MakeReverseTable() {
+    std::array<unsigned char, kReverseSize> table{};
+    for (size_t i = 0; i < kReverseSize; ++i) {
+        table[i] = kInvalid;
+    }
+    for (unsigned char i = 0; i < 64; ++i) {
+        table[static_cast<unsigned char>(kAlphabet[i])] = i;
+    }
+    table['='] = 0;
+    return table;
+}
+constexpr std::array<unsigned char, kReverseSize> kReverse = MakeReverseTable();
+
+// CRC-24 of OpenPGP armor, generator 0x1864CFB, most significant bit first.
+constexpr uint32_t kCrc24Init = 0xB704CE;
+constexpr uint32_t kCrc24Poly = 0x1864CFB;
+
+constexpr std::array<uint32_t, 256> MakeCrc24Table() {
+    std::array<uint32_t, 256> table{};
+    for (uint32_t byte = 0; byte < 256; ++byte) {
+        uint32_t crc = byte << 16;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc <<= 1;
+            if (crc & 0x1000000) {
+                crc ^= kCrc24Poly;
+            }
+        }
+        table[byte] = crc & 0xFFFFFF;
+    }
+    return table;
+}
+constexpr std::array<uint32_t, 256> kCrc24Table = MakeCrc24Table();
+
+const char* const kBadCharacter = "Base64 data decoding error: bad character in input";
+const char* const kWrongLength = "Base64 data decoding error: wrong data length";
+const char* const kNotRadix64 = "Expected data in Radix-64 format";
+
+// Writes the Base64 text of length bytes at in to out (4 * ceil(length / 3)
+// characters); returns that count.
+size_t EncodeInto(const unsigned char* in, size_t length, char* out) {
+    char* o = out;
+    size_t whole = length - length % 3;
+    for (size_t i = 0; i < whole; i += 3) {
+        unsigned b0 = in[i], b1 = in[i + 1], b2 = in[i + 2];
+        o[0] = kAlphabet[b0 >> 2];
+        o[1] = kAlphabet[((b0 & 3) << 4) + (b1 >> 4)];
+        o[2] = kAlphabet[((b1 & 15) << 2) + (b2 >> 6)];
+        o[3] = kAlphabet[b2 & 63];
+        o += 4;
+    }
+    if (length % 3 == 1) {
+        unsigned b0 = in[whole];
+        o[0] = kAlphabet[b0 >> 2];
+        o[1] = kAlphabet[(b0 & 3) << 4];
+        o[2] = '=';
+        o[3] = '=';
+        o += 4;
+    } else if (length % 3 == 2) {
+        unsigned b0 = in[whole], b1 = in[whole + 1];
+        o[0] = kAlphabet[b0 >> 2];
+        o[1] = kAlphabet[((b0 & 3) << 4) + (b1 >> 4)];
+        o[2] = kAlphabet[(b1 & 15) << 2];
+        o[3] = '=';
+        o += 4;
+    }
+    return static_cast<size_t>(o - out);
+}
+
+// Allocates the encoder's array: (length / 3) * 4 + 9 bytes, room for the
+// last group and for the five checksum characters of Radix-64.
+std::unique_ptr<char[]> AllocateEncoded(unsigned int length, unsigned int& outLength) {
+    uint64_t encoded = (static_cast<uint64_t>(length) + 2) / 3 * 4;
+    if (encoded + 5 > UINT32_MAX) {
+        throw Base64OperationException("Base64 data encoding error: data too long");
+    }
+    outLength = static_cast<unsigned int>(encoded);
+    return std::unique_ptr<char[]>(new char[static_cast<size_t>(length) / 3 * 4 + 9]);
+}
+
+struct DecodeResult {
+    size_t written;     // bytes actually stored: 3 per group of four sextets
+    unsigned int count; // 3 * groups - padding
+};
+
+// Decodes length characters of text into out (which holds at least length
+// bytes) in one pass: each group of four sextets is packed as soon as it is
+// complete. Throws Base64OperationException.
+DecodeResult DecodeInto(const char* text, unsigned int length, unsigned char* out) {
+    size_t sextets = 0;
+    size_t padding = 0;
+    size_t written = 0;
+    uint32_t group = 0;
+    for (unsigned int i = 0; i < length; ++i) {
+        unsigned char c = static_cast<unsigned char>(text[i]);
+        unsigned char value;
+        if (c == '=') {
+            ++padding;
+            value = 0;
+        } else if (c == '\n' || c == '\r') {
+            continue;
+        } else {
+            if (c >= kReverseSize || kReverse[c] == kInvalid) {
+                throw Base64OperationException(kBadCharacter);
+            }
+            value = kReverse[c];
+        }
+        group = (group << 6) | value;
+        if (++sextets % 4 == 0) {
+            out[written] = static_cast<unsigned char>(group >> 16);
+            out[written + 1] = static_cast<unsigned char>(group >> 8);
+            out[written + 2] = static_cast<unsigned char>(group);
+            written += 3;
+            group = 0;
+        }
+    }
+    // More "=" than three per group would make the count negative.
+    if (sextets % 4 != 0 || padding > written) {
+        throw Base64OperationException(kWrongLength);
+    }
+    return DecodeResult{written, static_cast<unsigned int>(written - padding)};
+}
+
+soapWrap::Binary* WrapBinary(std::unique_ptr<char[]> bytes, unsigned int length) {
+    std::unique_ptr<soapWrap::Binary> binary(new soapWrap::Binary{nullptr, length});
+    binary->data = reinterpret_cast<unsigned char*>(bytes.release());
+    return binary.release();
+}
+
+} // namespace
+
+char* Base64::Encode(const char* data, unsigned int length, unsigned int& outLength) {
+    std::unique_ptr<char[]> out = AllocateEncoded(length, outLength);
+    EncodeInto(reinterpret_cast<const unsigned char*>(data), length, out.get());
+    return out.release();
+}
+
+std::string Base64::Encode(const soapWrap::Binary* data) {
+    if (data == nullptr || data->data == nullptr) {
+        return std::string();
+    }
+    unsigned int outLength = 0;
+    std::unique_ptr<char[]> text(Encode(reinterpret_cast<const char*>(data->data), data->size, outLength));
+    return std::string(text.get(), outLength);
+}
+
+char* Base64::Decode(const char* text, unsigned int length, unsigned int& outLength) {
+    std::unique_ptr<char[]> out(new char[length]);
+    outLength = DecodeInto(text, length, reinterpret_cast<unsigned char*>(out.get())).count;
+    return out.release();
+}
+
+soapWrap::Binary* Base64::Decode(const std::string& text) {
+    if (text.size() > UINT32_MAX) {
+        throw Base64OperationException(kWrongLength);
+    }
+    unsigned int outLength = 0;
+    std::unique_ptr<char[]> bytes(Decode(text.data(), static_cast<unsigned int>(text.size()), outLength));
+    return WrapBinary(std::move(bytes), outLength);
+}
+
+unsigned int Radix64::Crc24(const char* data, unsigned long length) {
+    uint32_t crc = kCrc24Init;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(data);
+    for (unsigned long i = 0; i < length; ++i) {
+        crc = ((crc << 8) ^ kCrc24Table[((crc >> 16) ^ p[i]) & 0xFF]) & 0xFFFFFF;
+    }
+    return crc;
+}
+
+char* Radix64::Encode(const char* data, unsigned int length, unsigned int& outLength) {
+    unsigned int textLength = 0;
+    std::unique_ptr<char[]> out = AllocateEncoded(length, textLength);
+    EncodeInto(reinterpret_cast<const unsigned char*>(data), length, out.get());
+    uint32_t crc = Crc24(data, length);
+    const unsigned char crcBytes[3] = {static_cast<unsigned char>(crc >> 16),
+                                       static_cast<unsigned char>(crc >> 8), static_cast<unsigned char>(crc)};
+    // The checksum follows the text directly, without a line break.
+    out[textLength] = '=';
+    EncodeInto(crcBytes, 3, out.get() + textLength + 1);
+    outLength = textLength + 5;
+    return out.release();
+}
+
+std::string Radix64::Encode(const soapWrap::Binary* data) {
+    static const char empty = 0;
+    const char* bytes = &empty;
+    unsigned int size = 0;
+    if (data != nullptr && data->data != nullptr) {
+        bytes = reinterpret_cast<const char*>(data->data);
+        size = data->size;
+    }
+    unsigned int outLength = 0;
+    std::unique_ptr<char[]> text(Encode(bytes, size, outLength));
+    return std::string(text.get(), outLength);
+}
+
+char* Radix64::Decode(const char* text, unsigned int length, unsigned int& outLength) {
+    // The last five characters are "=" and the checksum, and one character
+    // (the line break before the checksum line) precedes them.
+    if (text == nullptr || length < 6 || text[length - 5] != '=') {
+        throw DataFormatException(kNotRadix64);
+    }
+    unsigned char crcBytes[4];
+    if (DecodeInto(text + length - 4, 4, crcBytes).written < 3) {
+        throw DataFormatException(kNotRadix64);
+    }
+    uint32_t stored = (static_cast<uint32_t>(crcBytes[0]) << 16) | (static_cast<uint32_t>(crcBytes[1]) << 8) |
+                      static_cast<uint32_t>(crcBytes[2]);
+
+    unsigned int bodyLength = 0;
+    std::unique_ptr<char[]> body(Base64::Decode(text, length - 6, bodyLength));
+    if (Crc24(body.get(), bodyLength) != stored) {
+        throw DataFormatException("Calculated CRC does not equal to stored CRC of the Radix-64 message");
+    }
+    outLength = bodyLength;
+    return body.release();
+}
+
+soapWrap::Binary* Radix64::Decode(const std::string& text) {
+    if (text.size() > UINT32_MAX) {
+        throw DataFormatException(kNotRadix64);
+    }
+    unsigned int outLength = 0;
+    std::unique_ptr<char[]> bytes(Decode(text.data(), static_cast<unsigned int>(text.size()), outLength));
+    return WrapBinary(std::move(bytes), outLength);
+}
