@@ -52,6 +52,8 @@ public:
     void Rename(const std::string& newPath);
 
     bool IsFolder() const;
+    // The path the object was made for.
+    const std::string& GetPath() const { return _Path; }
 
     // Path queries.
     static bool IsExist(const std::string& path);
