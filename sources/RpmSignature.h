@@ -84,6 +84,7 @@ private:
     // Parses the OpenPGP signature blob of an entry into a new PgpSignature.
     PgpSignature* MakePgpSignature(unsigned char* blob, uint32_t length, uint32_t tag);
 
+protected:
     HeaderStructureHeader _Header;
     SignatureEntry* _Entries;
     const char* _Sha1HeaderHash;

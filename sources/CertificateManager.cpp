@@ -1,0 +1,130 @@
+#include "CertificateManager.h"
+
+#include "Base64.h"
+#include "Exceptions.h"
+#include "FileHelper.h"
+#include "PgpCertificate.h"
+#include "PgpMessage.h"
+
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr char kPemBegin[] = "-----BEGIN CERTIFICATE-----\n";
+constexpr char kPemEnd[] = "-----END CERTIFICATE-----\n";
+constexpr unsigned int kPemLineLength = 64;
+
+} // namespace
+
+CertificateManager::CertificateManager() {}
+
+CertificateManager::~CertificateManager() {
+    _Certificates.clear();
+    _CertificateData.clear();
+    _Replaced.clear();
+    _PgpPublicKeyFilePath.clear();
+}
+
+void CertificateManager::SetPgpPublicKeyFilePath(const std::string& path) {
+    _PgpPublicKeyFilePath = path;
+}
+
+Certificate* CertificateManager::LoadPgpPublicKey() {
+    return LoadCertificateFromFile(_PgpPublicKeyFilePath, soapWrap::PgpPublicKeyCertificate);
+}
+
+Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
+                                                         soapWrap::CertificateFileFormat format) {
+    std::vector<char> data;
+    {
+        std::unique_ptr<FileHelper> file(new FileHelper(path));
+        const unsigned long size = FileHelper::GetSize(path);
+        data.resize(size);
+        // One read for the whole file; further reads only if the system
+        // answers with less.
+        unsigned long total = 0;
+        do {
+            const long count = file->Read(data.data() + total, total, size - total);
+            if (count < 0) {
+                throw FileIoException("Cannot read file " + path);
+            }
+            if (count == 0) {
+                break;
+            }
+            total += static_cast<unsigned long>(count);
+        } while (total < size);
+        data.resize(total);
+        file->Close();
+    }
+    return CreateCertificate(data.data(), data.size(), format);
+}
+
+Certificate* CertificateManager::CreateCertificate(char* data, unsigned long size,
+                                                   soapWrap::CertificateFileFormat format) {
+    if (format != soapWrap::PgpPublicKeyCertificate) {
+        throw NotImplementedException("Not implemented certificate format");
+    }
+    if (size > UINT_MAX) {
+        throw ArgumentException("The certificate data is too large");
+    }
+    std::unique_ptr<PgpMessage> message(new PgpMessage(data, static_cast<unsigned int>(size)));
+    // The certificate takes over the message, also when its constructor throws.
+    std::unique_ptr<PgpCertificate> certificate(new PgpCertificate(message.release()));
+
+    auto found = _Certificates.find(format);
+    if (found == _Certificates.end()) {
+        _Certificates.emplace(format, certificate.get());
+    } else {
+        // A certificate once handed out stays valid for the life of the
+        // process: the one replaced is kept, not destroyed.
+        if (found->second != nullptr) {
+            _Replaced.push_back(static_cast<PgpCertificate*>(found->second));
+        }
+        found->second = certificate.get();
+    }
+    return certificate.release();
+}
+
+Certificate* CertificateManager::GetCertificate(soapWrap::CertificateFileFormat format) const {
+    auto found = _Certificates.find(format);
+    return found == _Certificates.end() ? nullptr : found->second;
+}
+
+cpp11::shared_ptr<binary> der_to_pem(cpp11::shared_ptr<binary> der) {
+    if (!der) {
+        throw ArgumentException("Function der_to_pem does not allow NULL value as an argument");
+    }
+    static const char kNoBytes[1] = {0};
+    const char* bytes = der->data != nullptr ? reinterpret_cast<const char*>(der->data) : kNoBytes;
+    unsigned int encodedLength = 0;
+    std::unique_ptr<char[]> encoded(
+        Base64::Encode(bytes, der->data != nullptr ? der->length : 0, encodedLength));
+
+    const unsigned int fullLines = encodedLength / kPemLineLength;
+    const unsigned int rest = encodedLength % kPemLineLength;
+    const uint32_t size = fullLines * (kPemLineLength + 1) + rest + (rest != 0 ? 1 : 0) +
+                          (sizeof(kPemBegin) - 1) + (sizeof(kPemEnd) - 1);
+    std::unique_ptr<unsigned char[]> pem(new unsigned char[size]);
+    unsigned char* out = pem.get();
+    auto append = [&out](const void* text, size_t length) {
+        std::memcpy(out, text, length);
+        out += length;
+    };
+    append(kPemBegin, sizeof(kPemBegin) - 1);
+    for (unsigned int line = 0; line < fullLines; ++line) {
+        append(encoded.get() + line * kPemLineLength, kPemLineLength);
+        append("\n", 1);
+    }
+    if (rest != 0) {
+        append(encoded.get() + fullLines * kPemLineLength, rest);
+        append("\n", 1);
+    }
+    append(kPemEnd, sizeof(kPemEnd) - 1);
+
+    std::unique_ptr<binary> record(new binary(pem.get(), size, 1));
+    pem.release();
+    return cpp11::shared_ptr<binary>(record.release());
+}

@@ -1,0 +1,240 @@
+#include "RpmSigner.h"
+
+#include "ByteReader.h"
+#include "Digest.h"
+#include "Exceptions.h"
+#include "FileHelper.h"
+#include "RpmSignature.h"
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// The lead: 96 bytes, with the signature type at offset 78; 5 is the
+// header-style signature.
+constexpr unsigned long kLeadSize = 96;
+constexpr unsigned int kSignatureTypeOffset = 78;
+constexpr uint16_t kHeaderStyleSignature = 5;
+
+// A header structure: its 16-byte record (magic, reserved, index count,
+// data size), 16-byte index entries, then the data store.
+constexpr unsigned char kHeaderMagic[4] = {0x8E, 0xAD, 0xE8, 0x01};
+constexpr unsigned long kHeaderRecordSize = 16;
+constexpr uint64_t kIndexEntrySize = 16;
+constexpr unsigned long kSignatureHeaderOffset = kLeadSize;
+constexpr unsigned long kSignatureIndexOffset = kSignatureHeaderOffset + kHeaderRecordSize;
+// The main header starts on the next multiple of 8 after the signature header.
+constexpr uint64_t kMainHeaderAlignment = 8;
+// The first signature-header entry must be the header-signatures region (tag 62).
+constexpr unsigned char kFirstSignatureTag[4] = {0x00, 0x00, 0x00, 0x3E};
+
+// The verdict when an exception ended processing.
+constexpr int kProcessingError = 5;
+
+// Reads up to length bytes at position, retrying short reads until the end
+// of the file; answers the count read.
+uint64_t ReadAt(const FileHelper& file, unsigned long position, unsigned char* buffer, uint64_t length) {
+    uint64_t total = 0;
+    while (total < length) {
+        const long count =
+            file.Read(reinterpret_cast<char*>(buffer + total), position + total, length - total);
+        if (count < 0) {
+            throw FileIoException("Cannot read file " + file.GetPath());
+        }
+        if (count == 0) {
+            break;
+        }
+        total += static_cast<uint64_t>(count);
+    }
+    return total;
+}
+
+// Reads a header record; bytes past the end of the file read as zero.
+void ReadHeaderRecord(const FileHelper& file, unsigned long position,
+                      unsigned char (&record)[kHeaderRecordSize]) {
+    std::memset(record, 0, sizeof(record));
+    ReadAt(file, position, record, sizeof(record));
+}
+
+} // namespace
+
+RpmSigner::RpmSigner(unsigned int mode) : _SignatureHeader(nullptr), _EntryCount(0), _Flag(1) {
+    _Setting1 = 1;
+    _Mode = mode;
+    _Setting2 = 1;
+}
+
+RpmSigner::~RpmSigner() {
+    delete[] _SignatureHeader;
+    _SignatureHeader = nullptr;
+}
+
+void RpmSigner::BuildContentInfo(bool) {
+    throw NotImplementedException("RpmSigner::BuildContentInfo() is not implemented");
+}
+
+int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
+    try {
+        unsigned long mainHeaderOffset = 0;
+        std::unique_ptr<RpmSignature> signature(ParseSignature(mainHeaderOffset, copy));
+        PassDigestsToSignature(signature.get(), mainHeaderOffset, copy);
+        return signature->Verify(message);
+    } catch (const std::exception& error) {
+        message = error.what();
+        return kProcessingError;
+    }
+}
+
+RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool copy) {
+    if (_File == nullptr) {
+        throw ArgumentException("RpmSigner has no package file to parse");
+    }
+    const FileHelper& file = *_File;
+    const unsigned long fileSize = FileHelper::GetSize(file.GetPath());
+    if (fileSize <= kLeadSize) {
+        throw InvalidFileStructureException("File is too small to have RPM format");
+    }
+
+    unsigned char lead[kLeadSize] = {};
+    ReadAt(file, 0, lead, sizeof(lead));
+    if (LoadBigEndian16(lead + kSignatureTypeOffset) != kHeaderStyleSignature) {
+        throw InvalidFileStructureException("Unsupported signature type");
+    }
+
+    unsigned char record[kHeaderRecordSize];
+    ReadHeaderRecord(file, kSignatureHeaderOffset, record);
+    if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
+        throw InvalidFileStructureException("Signature section: RPM header magic number is not found.");
+    }
+    HeaderStructureHeader header;
+    std::memcpy(&header.magic, record, sizeof(header.magic));
+    std::memcpy(&header.reserved, record + 4, sizeof(header.reserved));
+    header.indexCount = LoadBigEndian32(record + 8);
+    header.dataSize = LoadBigEndian32(record + 12);
+
+    if (copy) {
+        if (_OutputFile == nullptr) {
+            throw ArgumentException("RpmSigner has no output file to copy the package into");
+        }
+        _File->CopyData(_OutputFile, 0, kLeadSize);
+    }
+
+    // The first index word is read once on its own (and not used).
+    file.GetUInt32(kSignatureIndexOffset);
+
+    // Index and data store must lie inside the file before anything is allocated for them.
+    const uint64_t headerSize = kIndexEntrySize * header.indexCount + header.dataSize;
+    if (fileSize < kSignatureIndexOffset || headerSize > fileSize - kSignatureIndexOffset) {
+        throw InvalidFileStructureException("Signature section: the signature header claims " +
+                                            std::to_string(header.indexCount) + " index entries and " +
+                                            std::to_string(header.dataSize) +
+                                            " bytes of data, more than the file holds.");
+    }
+
+    _EntryCount = header.indexCount;
+    delete[] _SignatureHeader;
+    _SignatureHeader = nullptr;
+    _SignatureHeader = new unsigned char[headerSize]();
+    if (ReadAt(file, kSignatureIndexOffset, _SignatureHeader, headerSize) != headerSize) {
+        throw InvalidFileStructureException("Signature section: the file ends inside the signature header.");
+    }
+
+    if (headerSize < sizeof(kFirstSignatureTag) ||
+        std::memcmp(_SignatureHeader, kFirstSignatureTag, sizeof(kFirstSignatureTag)) != 0) {
+        throw DataFormatException("RPM signature is expected to be the first header");
+    }
+
+    auto* signature = new RpmSignature(_SignatureHeader, header);
+    const uint64_t end = kSignatureIndexOffset + headerSize;
+    mainHeaderOffset = static_cast<unsigned long>((end + kMainHeaderAlignment - 1) / kMainHeaderAlignment *
+                                                  kMainHeaderAlignment);
+    return signature;
+}
+
+RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_t mainHeaderOffset,
+                                                bool copy) const {
+    if (_File == nullptr || signature == nullptr) {
+        throw ArgumentException("RpmSigner has no package file or signature to compute digests for");
+    }
+    if (copy && _OutputFile == nullptr) {
+        throw ArgumentException("RpmSigner has no output file to copy the package into");
+    }
+    const FileHelper& file = *_File;
+
+    unsigned char record[kHeaderRecordSize];
+    ReadHeaderRecord(file, mainHeaderOffset, record);
+    if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
+        throw InvalidFileStructureException("Header section: RPM header magic number is not found.");
+    }
+    const uint32_t indexCount = LoadBigEndian32(record + 8);
+    const uint32_t dataSize = LoadBigEndian32(record + 12);
+
+    const soapWrap::HashAlgorithm algorithm = signature->GetHashAlgorithm();
+    const bool spareSha1 = algorithm != soapWrap::SHA1;
+
+    // The main header by itself, for the header-only digests.
+    const uint64_t headerSize = kHeaderRecordSize + kIndexEntrySize * indexCount + dataSize;
+    const unsigned long fileSize = FileHelper::GetSize(file.GetPath());
+    if (mainHeaderOffset > fileSize || headerSize > fileSize - mainHeaderOffset) {
+        throw InvalidFileStructureException(
+            "Header section: the main header claims " + std::to_string(indexCount) + " index entries and " +
+            std::to_string(dataSize) + " bytes of data, more than the file holds.");
+    }
+    {
+        std::vector<unsigned char> mainHeader(headerSize);
+        if (ReadAt(file, mainHeaderOffset, mainHeader.data(), headerSize) != headerSize) {
+            throw InvalidFileStructureException("Header section: the file ends inside the main header.");
+        }
+        std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
+        std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
+        std::unique_ptr<DigestBase> headerSpare(spareSha1 ? new Digest(soapWrap::SHA1) : nullptr);
+        headerSha1->Update(mainHeader.data(), mainHeader.size());
+        headerDigest->Update(mainHeader.data(), mainHeader.size());
+        if (headerSpare) {
+            headerSpare->Update(mainHeader.data(), mainHeader.size());
+        }
+        // The container owns them from here on.
+        signature->SetDigest(0, headerSha1.get());
+        headerSha1.release();
+        signature->SetDigest(1, headerDigest.get());
+        headerDigest.release();
+        signature->SetDigest(2, headerSpare.get());
+        headerSpare.release();
+    }
+
+    // The main header and the payload, streamed once into every digest.
+    std::unique_ptr<DigestBase> packageMd5(new Digest(soapWrap::MD5));
+    std::unique_ptr<DigestBase> packageDigest(new Digest(algorithm));
+    std::unique_ptr<DigestBase> packageSpare(spareSha1 ? new Digest(soapWrap::SHA1) : nullptr);
+    const unsigned long chunkSize = file.GetBufferSize();
+    std::vector<char> chunk(chunkSize);
+    uint64_t offset = mainHeaderOffset;
+    long count = 0;
+    do {
+        count = file.Read(chunk.data(), offset, chunkSize);
+        if (count < 0) {
+            throw FileIoException("Cannot read file " + file.GetPath());
+        }
+        packageMd5->Update(chunk.data(), static_cast<unsigned long>(count));
+        packageDigest->Update(chunk.data(), static_cast<unsigned long>(count));
+        if (packageSpare) {
+            packageSpare->Update(chunk.data(), static_cast<unsigned long>(count));
+        }
+        if (copy) {
+            _OutputFile->WriteBlock(chunk.data(), static_cast<unsigned long>(count));
+        }
+        offset += static_cast<uint64_t>(count);
+    } while (static_cast<unsigned long>(count) == chunkSize);
+    chunk.clear();
+    chunk.shrink_to_fit();
+
+    signature->SetDigest(3, packageMd5.get());
+    packageMd5.release();
+    signature->SetDigest(4, packageDigest.get());
+    packageDigest.release();
+    signature->SetDigest(5, packageSpare.get());
+    packageSpare.release();
+    return signature;
+}

@@ -1,0 +1,7 @@
+#include "SignerCreator.h"
+
+SignerCreator::~SignerCreator() {}
+
+const char* SignerCreator::GetFileExtensions() {
+    return nullptr;
+}
