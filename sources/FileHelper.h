@@ -108,7 +108,7 @@ private:
     mutable unsigned char _Value[8]; // the bytes of the last integer read
     int _Descriptor;                 // -1 while no file is open
     std::string _Path;
-    bool _ReadOnly;
+    [[maybe_unused]] bool _ReadOnly; // kept for the file's mode; nothing consults it
     bool _IsFolder;
 };
 
