@@ -309,7 +309,8 @@ protected:
     // PATH = the stand-ins, then the test's own PATH.
     void StandinsFirstOnPath() { _Path.Set(_Standins + ":" + _Path.Original()); }
 
-    // The update identifier "UPD-42" in the first product's "phonehome".
+    // A product whose "phonehome" environment carries the given update
+    // identifier.
     void AddProductWithUpdateId(const std::string& id) {
         std::string token = _Session.AddNestedEnvironment(Environment{{"VokUpdateId", id}});
         _Session.Installation().AddProduct("product", Environment{{"phonehome", token}});
