@@ -1,0 +1,366 @@
+// The small regular-expression matcher: results, captures, every error code,
+// and that no input makes it read outside the expression or the subject.
+#include "slre.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+
+namespace {
+
+int Match(const std::string& regexp, const std::string& subject, int flags = 0) {
+    return slre_match(regexp.c_str(), subject.data(), static_cast<int>(subject.size()), nullptr, 0, flags);
+}
+
+std::string Captured(const slre_cap& cap) {
+    return cap.ptr == nullptr ? std::string("<null>") : std::string(cap.ptr, static_cast<size_t>(cap.len));
+}
+
+// The file-name character set into which the wildcard "?" is translated.
+const char kNameChar[] = "[A-Za-z0-9-^&'@{}\\]\\[,\\$=!#\\(\\)%\\.\\+~_]";
+
+} // namespace
+
+TEST(Slre, AnchoredAtBothEnds) {
+    EXPECT_EQ(Match("^a.c$", "abc"), 3);
+    EXPECT_EQ(Match("^a.c$", "abcd"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^a.c", "abcd"), 3);
+}
+
+TEST(Slre, CaseInsensitiveFlag) {
+    EXPECT_EQ(Match("^[a-z]*$", "ABC", 1), 3);
+    EXPECT_EQ(Match("^[a-z]*$", "ABC", 0), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^abc$", "AbC", SLRE_IGNORE_CASE), 3);
+    EXPECT_EQ(Match("^abc$", "AbC"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^[A-C]+$", "abc", SLRE_IGNORE_CASE), 3);
+    EXPECT_EQ(Match("^\\x41$", "a", SLRE_IGNORE_CASE), 1);
+}
+
+TEST(Slre, ResultIsOffsetAfterTheMatch) {
+    EXPECT_EQ(Match("b", "abc"), 2);
+    EXPECT_EQ(Match("cd", "abcdef"), 4);
+    EXPECT_EQ(Match("x*", "abc"), 0); // an empty match at offset 0
+    EXPECT_EQ(Match("$", "abc"), 3);
+    EXPECT_EQ(Match("", "abc"), 0);
+    EXPECT_EQ(Match("z", "abc"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("a", ""), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^$", ""), 0);
+}
+
+TEST(Slre, OnlyTheGivenSubjectLengthIsRead) {
+    const char subject[] = "abcdef";
+    EXPECT_EQ(slre_match("d", subject, 3, nullptr, 0, 0), SLRE_NO_MATCH);
+    EXPECT_EQ(slre_match("c$", subject, 3, nullptr, 0, 0), 3);
+    EXPECT_EQ(slre_match("^.*$", subject, 0, nullptr, 0, 0), 0);
+    // Zero bytes inside the subject are ordinary characters.
+    const char withZero[] = {'a', '\0', 'b'};
+    EXPECT_EQ(slre_match("^a\\x00b$", withZero, 3, nullptr, 0, 0), 3);
+    EXPECT_EQ(slre_match("^a.b$", withZero, 3, nullptr, 0, 0), 3);
+}
+
+TEST(Slre, CaretAtTheStartTriesOnlyOffsetZero) {
+    EXPECT_EQ(Match("^b", "ab"), SLRE_NO_MATCH);
+    // The whole expression is anchored, the second alternative included.
+    EXPECT_EQ(Match("^a|b", "xb"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("a|b", "xb"), 2);
+    // A caret elsewhere holds only at the start of the subject.
+    EXPECT_EQ(Match("x|^b", "bx"), 1);
+    EXPECT_EQ(Match("a^b", "ab"), SLRE_NO_MATCH);
+}
+
+TEST(Slre, DollarRequiresTheEndOfTheSubject) {
+    EXPECT_EQ(Match("b$", "abab"), 4);
+    EXPECT_EQ(Match("a$", "abab"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("(a$|b)", "ab"), 2);
+    EXPECT_EQ(Match("^(a$|ab)", "ab"), 2);
+}
+
+TEST(Slre, UnbalancedRoundBrackets) {
+    EXPECT_EQ(Match("(a", "a"), SLRE_UNBALANCED_BRACKETS);
+    EXPECT_EQ(SLRE_UNBALANCED_BRACKETS, -3);
+    EXPECT_EQ(Match("a)", "a"), -3);
+    EXPECT_EQ(Match("((a)", "a"), -3);
+    EXPECT_EQ(Match("(a))(", "a"), -3);
+}
+
+TEST(Slre, CaptureArrayTooSmall) {
+    slre_cap caps[1];
+    EXPECT_EQ(slre_match("(a)(b)", "ab", 2, caps, 1, 0), SLRE_CAPS_ARRAY_TOO_SMALL);
+    EXPECT_EQ(SLRE_CAPS_ARRAY_TOO_SMALL, -7);
+    EXPECT_EQ(slre_match("(a)", "a", 1, caps, 0, 0), -7);
+    EXPECT_EQ(slre_match("(a)", "a", 1, caps, -3, 0), -7);
+    // Nested brackets count as well.
+    EXPECT_EQ(slre_match("((a))", "a", 1, caps, 1, 0), -7);
+    // Without a capture array nothing is captured and nothing is checked.
+    EXPECT_EQ(slre_match("(a)(b)", "ab", 2, nullptr, 0, 0), 2);
+    EXPECT_EQ(slre_match("(a)", "a", 1, caps, 1, 0), 1);
+}
+
+TEST(Slre, ConvenienceForm) {
+    EXPECT_EQ(slre_match(0, "^a.c$", "abc", 3), nullptr);
+    EXPECT_STREQ(slre_match(0, "^a.c$", "abcd", 4), "Not matched");
+    EXPECT_STREQ(slre_match(0, "(a", "a", 1), "Not matched");
+    EXPECT_STREQ(slre_match(0, "\\q", "q", 1), "Not matched");
+    EXPECT_EQ(slre_match(1, "^ABC$", "abc", 3), nullptr);
+    // Four capture entries: a fifth bracket pair is an error, reported the same way.
+    EXPECT_EQ(slre_match(0, "(a)(b)(c)(d)", "abcd", 4), nullptr);
+    EXPECT_STREQ(slre_match(0, "(a)(b)(c)(d)(e)", "abcde", 5), "Not matched");
+}
+
+TEST(Slre, QuantifierWhereNoneMayStand) {
+    EXPECT_EQ(SLRE_UNEXPECTED_QUANTIFIER, -2);
+    EXPECT_EQ(Match("*a", "a"), -2);
+    EXPECT_EQ(Match("+", "a"), -2);
+    EXPECT_EQ(Match("?", "a"), -2);
+    EXPECT_EQ(Match("a**", "a"), -2);
+    EXPECT_EQ(Match("a+*", "a"), -2);
+    EXPECT_EQ(Match("a??", "a"), -2);
+    EXPECT_EQ(Match("a*?*", "a"), -2);
+    EXPECT_EQ(Match("(*a)", "a"), -2);
+    EXPECT_EQ(Match("a|*b", "a"), -2);
+    EXPECT_EQ(Match("^*a", "a"), -2);
+    // Found even when the subject would match before the bad part is reached.
+    EXPECT_EQ(Match("a|b**", "a"), -2);
+}
+
+TEST(Slre, InvalidCharacterSet) {
+    EXPECT_EQ(SLRE_INVALID_CHARACTER_SET, -5);
+    EXPECT_EQ(Match("[abc", "a"), -5);
+    EXPECT_EQ(Match("a[", "a"), -5);
+    EXPECT_EQ(Match("[\\]", "]"), -5);
+    EXPECT_EQ(Match("[^", "a"), -5);
+}
+
+TEST(Slre, InvalidMetacharacter) {
+    EXPECT_EQ(SLRE_INVALID_METACHARACTER, -6);
+    EXPECT_EQ(Match("\\q", "q"), -6);
+    EXPECT_EQ(Match("\\w", "w"), -6);
+    EXPECT_EQ(Match("abc\\", "abc"), -6);
+    EXPECT_EQ(Match("\\x", "x"), -6);
+    EXPECT_EQ(Match("\\x4", "x"), -6);
+    EXPECT_EQ(Match("\\x4g", "x"), -6);
+    EXPECT_EQ(Match("\\xZZ", "x"), -6);
+    EXPECT_EQ(Match("[\\q]", "q"), -6);
+    EXPECT_EQ(Match("[\\", "a"), -6);
+    EXPECT_EQ(Match("[a\\x1]", "a"), -6);
+}
+
+TEST(Slre, TooManyBranches) {
+    EXPECT_EQ(SLRE_TOO_MANY_BRANCHES, -8);
+    std::string hundred = "a";
+    for (int i = 0; i < 100; ++i) {
+        hundred += "|a";
+    }
+    EXPECT_EQ(Match(hundred, "a"), 1);
+    EXPECT_EQ(Match(hundred + "|b", "b"), -8);
+}
+
+TEST(Slre, TooManyBrackets) {
+    EXPECT_EQ(SLRE_TOO_MANY_BRACKETS, -9);
+    std::string ninetyNine;
+    for (int i = 0; i < 99; ++i) {
+        ninetyNine += "(a)";
+    }
+    const std::string subject(99, 'a');
+    EXPECT_EQ(Match(ninetyNine, subject), 99);
+    EXPECT_EQ(Match(ninetyNine + "(a)", subject + "a"), -9);
+    slre_cap caps[100];
+    EXPECT_EQ(slre_match(ninetyNine.c_str(), subject.data(), 99, caps, 100, 0), 99);
+    EXPECT_EQ(Captured(caps[98]), "a");
+    EXPECT_EQ(caps[98].ptr, subject.data() + 98);
+}
+
+TEST(Slre, BadArgumentsAreAnInternalError) {
+    EXPECT_EQ(SLRE_INTERNAL_ERROR, -4);
+    EXPECT_EQ(slre_match(nullptr, "a", 1, nullptr, 0, 0), -4);
+    EXPECT_EQ(slre_match("a", "a", -1, nullptr, 0, 0), -4);
+    EXPECT_EQ(slre_match("a", nullptr, 1, nullptr, 0, 0), -4);
+    EXPECT_EQ(slre_match("^$", nullptr, 0, nullptr, 0, 0), 0);
+}
+
+TEST(Slre, Captures) {
+    slre_cap caps[2];
+    const std::string subject = "tel 12-345;";
+    EXPECT_EQ(slre_match("(\\d+)-(\\d+)", subject.data(), static_cast<int>(subject.size()), caps, 2, 0), 10);
+    EXPECT_EQ(Captured(caps[0]), "12");
+    EXPECT_EQ(caps[0].ptr, subject.data() + 4);
+    EXPECT_EQ(Captured(caps[1]), "345");
+    EXPECT_EQ(caps[1].len, 3);
+}
+
+TEST(Slre, NestedCapturesGoInOrderOfTheirOpeningBracket) {
+    slre_cap caps[3];
+    const std::string subject = "xabcd";
+    EXPECT_EQ(slre_match("(a(b)(c))d", subject.data(), 5, caps, 3, 0), 5);
+    EXPECT_EQ(Captured(caps[0]), "abc");
+    EXPECT_EQ(Captured(caps[1]), "b");
+    EXPECT_EQ(Captured(caps[2]), "c");
+}
+
+TEST(Slre, GroupThatDoesNotTakePartCapturesNothing) {
+    slre_cap caps[2];
+    EXPECT_EQ(slre_match("^(a)|(b)$", "xb", 2, caps, 2, 0), SLRE_NO_MATCH); // anchored at offset 0 only
+    EXPECT_EQ(slre_match("^(a)|(b)$", "b", 1, caps, 2, 0), 1);
+    EXPECT_EQ(slre_match("(a)|(b)", "b", 1, caps, 2, 0), 1);
+    EXPECT_EQ(caps[0].ptr, nullptr);
+    EXPECT_EQ(caps[0].len, 0);
+    EXPECT_EQ(Captured(caps[1]), "b");
+}
+
+TEST(Slre, AlternativesBacktrackIntoTheGroup) {
+    EXPECT_EQ(Match("(a|ab)c", "abc"), 3);
+    EXPECT_EQ(Match("^(a|ab)(c|bcd)$", "abcd"), 4);
+    EXPECT_EQ(Match("cat|dog", "hotdog"), 6);
+    EXPECT_EQ(Match("a|ab", "ab"), 1); // the first alternative that matches wins
+    slre_cap caps[2];
+    EXPECT_EQ(slre_match("^(a|ab)(c|bcd)$", "abcd", 4, caps, 2, 0), 4);
+    EXPECT_EQ(Captured(caps[0]), "a");
+    EXPECT_EQ(Captured(caps[1]), "bcd");
+}
+
+TEST(Slre, GreedyAndLazyQuantifiers) {
+    EXPECT_EQ(Match("a+", "aaa"), 3);
+    EXPECT_EQ(Match("a+?", "aaa"), 1);
+    EXPECT_EQ(Match("a*?", "aaa"), 0);
+    EXPECT_EQ(Match("a*?b", "aaab"), 4);
+    EXPECT_EQ(Match("^a?b$", "b"), 1);
+    EXPECT_EQ(Match("^a?b$", "ab"), 2);
+    EXPECT_EQ(Match("^a?b$", "aab"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^a+$", ""), SLRE_NO_MATCH);
+    slre_cap caps[2];
+    EXPECT_EQ(slre_match("^(a*)(a*)$", "aaa", 3, caps, 2, 0), 3);
+    EXPECT_EQ(Captured(caps[0]), "aaa");
+    EXPECT_EQ(Captured(caps[1]), "");
+    EXPECT_EQ(slre_match("^(a+?)(a*)$", "aaa", 3, caps, 2, 0), 3);
+    EXPECT_EQ(Captured(caps[0]), "a");
+    EXPECT_EQ(Captured(caps[1]), "aa");
+    EXPECT_EQ(slre_match("<(.+?)>", "<a><b>", 6, caps, 1, 0), 3);
+    EXPECT_EQ(Captured(caps[0]), "a");
+    EXPECT_EQ(slre_match("<(.+)>", "<a><b>", 6, caps, 1, 0), 6);
+    EXPECT_EQ(Captured(caps[0]), "a><b");
+}
+
+TEST(Slre, QuantifiedGroups) {
+    slre_cap caps[1];
+    const std::string subject = "ababx";
+    EXPECT_EQ(slre_match("(ab)+", subject.data(), 5, caps, 1, 0), 4);
+    EXPECT_EQ(Captured(caps[0]), "ab");
+    EXPECT_EQ(caps[0].ptr, subject.data() + 2); // the last iteration
+    EXPECT_EQ(Match("^(ab)*$", ""), 0);
+    EXPECT_EQ(Match("^(ab)*$", "abab"), 4);
+    EXPECT_EQ(Match("^(ab)*$", "aba"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^(ab)?c", "abc"), 3);
+    EXPECT_EQ(Match("^(ab)?c", "c"), 1);
+    EXPECT_EQ(Match("^(a|b)+?b", "aabab"), 3);
+    EXPECT_EQ(Match("^(a|b)+b", "aabab"), 5);
+    EXPECT_EQ(Match("()", "x"), 0);
+    EXPECT_EQ(Match("()*x", "x"), 1);
+    // A group that can match empty does not loop for ever.
+    EXPECT_EQ(Match("^(a*)*$", "aaa"), 3);
+    EXPECT_EQ(Match("^(a*)*b", "aaac"), SLRE_NO_MATCH);
+}
+
+TEST(Slre, Escapes) {
+    EXPECT_EQ(Match("^\\d\\d$", "42"), 2);
+    EXPECT_EQ(Match("^\\d$", "x"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^\\s\\S$", "\tx"), 2);
+    EXPECT_EQ(Match("^\\S$", " "), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^\\b\\f\\n\\r\\t\\v$", "\b\f\n\r\t\v"), 6);
+    EXPECT_EQ(Match("^\\x41\\x7a$", "Az"), 2);
+    EXPECT_EQ(Match("^\\xff$", "\xff"), 1);
+    EXPECT_EQ(Match("^\\^\\$\\(\\)\\.\\[\\]\\*\\+\\?\\|\\\\$", "^$().[]*+?|\\"), 12);
+    EXPECT_EQ(Match("^a\\.b$", "axb"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^a\\.b$", "a.b"), 3);
+    EXPECT_EQ(Match("^a]$", "a]"), 2); // a lone closing square bracket is literal
+}
+
+TEST(Slre, CharacterSets) {
+    EXPECT_EQ(Match("^[abc]+$", "cab"), 3);
+    EXPECT_EQ(Match("^[^abc]$", "d"), 1);
+    EXPECT_EQ(Match("^[^abc]$", "a"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match("^[a-]$", "-"), 1);
+    EXPECT_EQ(Match("^[-a]$", "-"), 1);
+    EXPECT_EQ(Match("^[0-9-x]+$", "1-x"), 3);
+    EXPECT_EQ(Match("^[\\]x]+$", "]x"), 2);
+    EXPECT_EQ(Match("^[\\d.]+$", "1.5"), 3);
+    EXPECT_EQ(Match("^[\\x41-]$", "A"), 1);
+    EXPECT_EQ(Match("^[]$", "a"), SLRE_NO_MATCH); // an empty set matches nothing
+    EXPECT_EQ(Match("^[^]$", "a"), 1);            // and its complement anything
+    // The wildcard's file-name set: a minus after a range is literal, and so
+    // is the caret that follows it.
+    const std::string oneName = std::string("^") + kNameChar + "$";
+    EXPECT_EQ(std::strlen(kNameChar), 39u);
+    for (const char* c : {"a", "Z", "5", "-", "^", "&", "'", "@", "{", "}", "]", "[",
+                          ",", "$", "=", "!", "#", "(", ")", "%", ".", "+", "~", "_"}) {
+        EXPECT_EQ(Match(oneName, c), 1) << c;
+    }
+    for (const char* c : {" ", "/", "\\", "*", "?", "|", "<", ">", ":", ";", "\"", "`"}) {
+        EXPECT_EQ(Match(oneName, c), SLRE_NO_MATCH) << c;
+    }
+}
+
+TEST(Slre, GivesUpOnRunawayBacktracking) {
+    // Exponential in the number of a's; the matcher stops with an internal
+    // error instead of running for ever.
+    const std::string subject(40, 'a');
+    EXPECT_EQ(Match("^(a|a)*b", subject), SLRE_INTERNAL_ERROR);
+}
+
+TEST(Slre, GivesUpBeforeTheCallStackRunsOut) {
+    std::string shortRun;
+    for (int i = 0; i < 300; ++i) {
+        shortRun += "ab";
+    }
+    EXPECT_EQ(Match("^(ab)*$", shortRun), 600);
+    std::string longRun;
+    for (int i = 0; i < 100000; ++i) {
+        longRun += "ab";
+    }
+    EXPECT_EQ(Match("^(ab)*$", longRun), SLRE_INTERNAL_ERROR);
+    // Single-character repetitions do not nest, whatever their length.
+    EXPECT_EQ(Match("^a*b$", std::string(1000000, 'a') + "b"), 1000001);
+}
+
+TEST(Slre, LongUnanchoredSearchIsNotCutShort) {
+    std::string subject(2000000, 'x');
+    subject += "needle";
+    EXPECT_EQ(Match("needle", subject), static_cast<int>(subject.size()));
+}
+
+// Random expressions over the metacharacters, each in a buffer of exactly
+// its own size, against subjects in buffers without a terminator: the
+// sanitizer build reports any read outside them.
+TEST(Slre, RandomInputStaysInsideItsBuffers) {
+    std::mt19937 random(20240611);
+    const std::string alphabet = "^$().[]*+?|\\Ssdbfnrtvx0aA-9 ";
+    for (int round = 0; round < 200000; ++round) {
+        const size_t expressionLength = random() % 16;
+        std::unique_ptr<char[]> expression(new char[expressionLength + 1]);
+        for (size_t i = 0; i < expressionLength; ++i) {
+            expression[i] = alphabet[random() % alphabet.size()];
+        }
+        expression[expressionLength] = '\0';
+        const int subjectLength = static_cast<int>(random() % 8);
+        std::unique_ptr<char[]> subject(new char[subjectLength > 0 ? subjectLength : 1]);
+        for (int i = 0; i < subjectLength; ++i) {
+            subject[i] = "aA0 \n-x"[random() % 7];
+        }
+        slre_cap caps[12] = {};
+        const int flags = static_cast<int>(random() % 2);
+        const int result = slre_match(expression.get(), subject.get(), subjectLength, caps, 12, flags);
+        ASSERT_GE(result, -9) << expression.get();
+        ASSERT_LE(result, subjectLength) << expression.get();
+        if (result >= 0) {
+            for (const slre_cap& cap : caps) {
+                if (cap.ptr != nullptr) {
+                    ASSERT_GE(cap.ptr, subject.get());
+                    ASSERT_GE(cap.len, 0);
+                    ASSERT_LE(cap.ptr + cap.len, subject.get() + subjectLength);
+                }
+            }
+        }
+    }
+}
