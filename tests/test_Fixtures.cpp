@@ -88,6 +88,7 @@ std::vector<std::string> LayoutFiles() {
     files.push_back("data/leadingzero.bin");
     files.push_back("sigs/leadingzero.sig");
     files.push_back("sigs/signsub-sha256.sig");
+    files.push_back("sigs/bad-rsa2048-sha256.sig");
     for (const PackageFixture& package : Packages()) {
         files.push_back("rpm/" + package.name);
     }
@@ -243,7 +244,7 @@ TEST(Fixtures, BinaryDataUsesOldFormatPacketHeaders) {
         ASSERT_FALSE(packets.empty());
         EXPECT_EQ(packets[0].tag, 6) << name; // public key
     }
-    std::vector<std::string> signatures{LeadingZeroSignature(), SubkeySignature()};
+    std::vector<std::string> signatures{LeadingZeroSignature(), SubkeySignature(), BadSignature()};
     for (const DetachedSignatureFixture& fixture : DetachedSignatures()) {
         signatures.push_back(fixture.signature);
     }
@@ -437,34 +438,86 @@ TEST(Fixtures, RpmkeysRejectsTamperedPackagesAndTheUnknownKey) {
     EXPECT_FALSE(RpmkeysAccepts(Package(kReference), db.Path()));
 }
 
-TEST(Fixtures, TamperedPackagesDifferInOneByteOfTheirRegion) {
+TEST(Fixtures, ChangedPackagesDifferInOneByteOfTheirRegion) {
     REQUIRE_FIXTURE(Package(kReference));
     std::vector<unsigned char> reference = ReadBytes(Package(kReference));
     RpmRegions regions;
     ASSERT_TRUE(ParseRpmRegions(reference, regions));
-    for (const char* name : {"tampered-payload.rpm", "tampered-header.rpm"}) {
-        REQUIRE_FIXTURE(Package(name));
-        std::vector<unsigned char> tampered = ReadBytes(Package(name));
-        ASSERT_EQ(tampered.size(), reference.size()) << name;
+    // End of the signature blob under a tag of the signature header.
+    auto blobEnd = [&](std::uint32_t tag) {
+        for (const HeaderEntry& entry : HeaderEntries(reference, regions.signatureHeader)) {
+            if (entry.tag == tag) {
+                return 112 + 16 * std::size_t(regions.signatureIndexCount) + entry.offset + entry.count;
+            }
+        }
+        return std::size_t(0);
+    };
+    for (const PackageFixture& package : Packages()) {
+        if (package.intact) {
+            continue;
+        }
+        REQUIRE_FIXTURE(package.path);
+        std::vector<unsigned char> changed = ReadBytes(package.path);
+        ASSERT_EQ(changed.size(), reference.size()) << package.name;
         std::vector<std::size_t> differences;
         for (std::size_t i = 0; i < reference.size(); ++i) {
-            if (reference[i] != tampered[i]) {
+            if (reference[i] != changed[i]) {
                 differences.push_back(i);
             }
         }
-        ASSERT_EQ(differences.size(), 1u) << name;
-        if (std::string(name) == "tampered-payload.rpm") {
-            EXPECT_GE(differences[0], regions.payload);
-        } else {
-            EXPECT_GE(differences[0], regions.mainDataStore);
-            EXPECT_LT(differences[0], regions.payload);
+        ASSERT_EQ(differences.size(), 1u) << package.name;
+        std::size_t at = differences[0];
+        if (package.name == "tampered-payload.rpm") {
+            EXPECT_GE(at, regions.payload);
+        } else if (package.name == "tampered-header.rpm") {
+            EXPECT_GE(at, regions.mainDataStore);
+            EXPECT_LT(at, regions.payload);
             // Only the text changed: the header still parses the same way.
-            RpmRegions changed;
-            ASSERT_TRUE(ParseRpmRegions(tampered, changed));
-            EXPECT_EQ(changed.payload, regions.payload);
-            EXPECT_EQ(RpmQuery(Package(name), "%{SUMMARY}"), "tiny package for signature verification tests");
+            RpmRegions after;
+            ASSERT_TRUE(ParseRpmRegions(changed, after));
+            EXPECT_EQ(after.payload, regions.payload);
+            EXPECT_EQ(RpmQuery(package.path, "%{SUMMARY}"), "tiny package for signature verification tests");
+        } else if (package.name == "badsig-header.rpm") {
+            EXPECT_EQ(at + 1, blobEnd(268));
+        } else if (package.name == "badsig-payload.rpm") {
+            EXPECT_EQ(at + 1, blobEnd(1002));
+        } else {
+            ADD_FAILURE() << "unexpected changed package " << package.name;
         }
     }
+}
+
+TEST(Fixtures, BadSignaturesFailOnlyTheirRsaCheck) {
+    REQUIRE_FIXTURE(BadSignature());
+    std::vector<unsigned char> good = ReadBytes(DetachedSignature("rsa2048", "sha256"));
+    std::vector<unsigned char> bad = ReadBytes(BadSignature());
+    ASSERT_EQ(bad.size(), good.size());
+    EXPECT_TRUE(std::equal(good.begin(), good.end() - 1, bad.begin()));
+    EXPECT_NE(good.back(), bad.back());
+    EXPECT_EQ(SignatureMpiBits(bad), SignatureMpiBits(good));
+    EXPECT_FALSE(GpgvAccepts(KeyBinary("rsa2048"), BadSignature(), DataFile()));
+
+    std::string header = RpmkeysReport(Package("badsig-header.rpm"));
+    EXPECT_FALSE(RpmkeysAccepts(Package("badsig-header.rpm")));
+    EXPECT_TRUE(
+        Contains(header, "Header V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": BAD"))
+        << header;
+    EXPECT_TRUE(
+        Contains(header, "\n    V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": OK"))
+        << header;
+    EXPECT_TRUE(Contains(header, "Header SHA1 digest: OK")) << header;
+    EXPECT_TRUE(Contains(header, "MD5 digest: OK")) << header;
+
+    std::string payload = RpmkeysReport(Package("badsig-payload.rpm"));
+    EXPECT_FALSE(RpmkeysAccepts(Package("badsig-payload.rpm")));
+    EXPECT_TRUE(
+        Contains(payload, "Header V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": OK"))
+        << payload;
+    EXPECT_TRUE(
+        Contains(payload, "\n    V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": BAD"))
+        << payload;
+    EXPECT_TRUE(Contains(payload, "Header SHA1 digest: OK")) << payload;
+    EXPECT_TRUE(Contains(payload, "MD5 digest: OK")) << payload;
 }
 
 TEST(Fixtures, RpmDbHoldsExactlyTheTwoImportedKeys) {

@@ -105,6 +105,11 @@ inline std::string LeadingZeroSignature() {
 inline std::string SubkeySignature() {
     return testsupport::Fixture("sigs/signsub-sha256.sig");
 }
+// sigs/rsa2048-sha256.sig with the last byte of its RSA value changed: it
+// parses, its digest prefix and issuer match, only the RSA check fails.
+inline std::string BadSignature() {
+    return testsupport::Fixture("sigs/bad-rsa2048-sha256.sig");
+}
 inline std::string GnupgHome() {
     return testsupport::Fixture("gnupg");
 }
@@ -156,7 +161,12 @@ struct PackageFixture {
     bool source;      // a source package
 };
 
-// Every RPM package of the fixture set (notapackage.rpm is not one).
+// Every RPM package of the fixture set (notapackage.rpm is not one). The
+// packages that are not intact are copies of signed-rsa2048-sha256.rpm with
+// one byte changed: tampered-payload.rpm in the payload (MD5 differs),
+// tampered-header.rpm in the Summary text of the main header (SHA-1 header
+// hash differs), badsig-header.rpm / badsig-payload.rpm in the last byte of
+// the RSA value of the tag 268 / tag 1002 signature (digests still match).
 inline std::vector<PackageFixture> Packages() {
     using S = PackageSignatures;
     std::vector<PackageFixture> list;
@@ -176,6 +186,8 @@ inline std::vector<PackageFixture> Packages() {
     add("unsigned.rpm", "", "", S::None, false, true, false);
     add("tampered-payload.rpm", "rsa2048", "sha256", S::HeaderAndPayload, true, false, false);
     add("tampered-header.rpm", "rsa2048", "sha256", S::HeaderAndPayload, true, false, false);
+    add("badsig-header.rpm", "rsa2048", "sha256", S::HeaderAndPayload, true, false, false);
+    add("badsig-payload.rpm", "rsa2048", "sha256", S::HeaderAndPayload, true, false, false);
     return list;
 }
 
