@@ -36,6 +36,9 @@ inline bool IsLineEnd(char c) {
 } // namespace
 
 PgpMessage::PgpMessage(char* data, unsigned int length) : _PublicKey(nullptr), _Signature(nullptr) {
+    if (data == nullptr) {
+        length = 0;
+    }
     try {
         // Bit 7 of the first byte is set in every OpenPGP packet tag; text
         // is taken as armor. An empty input has no key either way.
