@@ -1,12 +1,18 @@
-// Host plug-in interface: obtaining the public key.
+// Host plug-in interface: validating the host's package list and obtaining
+// the public key.
 #include "signing.h"
 
+#include "Exceptions.h"
+#include "rpmutil.h"
+
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <list>
 #include <memory>
+#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -128,7 +134,151 @@ bool CallWebService(const std::string& command) {
     return true;
 }
 
+// The message identifiers of the host's catalogue that a warning appends,
+// one row per failure category from kSigningWarningValidate on. Each entry
+// carries the list separator in front of it.
+struct PrerequisiteMessages {
+    const char* shortDescription;
+    const char* fullDescription;
+};
+
+constexpr std::array<PrerequisiteMessages, 3> kWarningMessages = {{
+    {";SIGNING_prereq_war_signing_check_validate_short_desc",
+     ";SIGNING_prereq_war_signing_check_validate_full_desc"},
+    {";SIGNING_prereq_war_signing_check_download_short_desc",
+     ";SIGNING_prereq_war_signing_check_download_full_desc"},
+    {";SIGNING_prereq_war_signing_check_file_short_desc", ";SIGNING_prereq_war_signing_check_file_full_desc"},
+}};
+
+// A failed package is an error rather than a warning.
+constexpr PrerequisiteMessages kPackageFailureMessages = {";SIGNING_prereq_err_signing_check_short_desc",
+                                                          ";SIGNING_prereq_err_signing_check_full_desc"};
+
+constexpr const char kWarningSignificance[] = ";0";
+constexpr const char kErrorSignificance[] = ";1";
+constexpr const char kPackageType[] = "rpm";
+constexpr int kProgressStep = 100;
+
+// Reads a session list value, appends one entry and writes it back.
+std::string AppendToSessionList(session_t* session, const char* key, const char* entry) {
+    std::string value = env_get_string(session, key) + entry;
+    env_set_string(session, key, value.c_str());
+    return value;
+}
+
+void AppendDescriptions(session_t* session, const PrerequisiteMessages& messages) {
+    AppendToSessionList(session, "SHORT_DESC", messages.shortDescription);
+    AppendToSessionList(session, "FULL_DESC", messages.fullDescription);
+}
+
+// The products the session knows; none when it carries no installation data.
+std::list<Product*>* ProductsOf(session_t* session) {
+    if (session == nullptr || session->tsd == nullptr) {
+        return nullptr;
+    }
+    return &session->tsd->products();
+}
+
 } // namespace
+
+void _signing_set_optional_prerequisite_status(session_t* session, int category) {
+    if (category < kSigningWarningValidate ||
+        category >= kSigningWarningValidate + static_cast<int>(kWarningMessages.size())) {
+        throw ArgumentException("unknown optional prerequisite category " + std::to_string(category));
+    }
+    const PrerequisiteMessages& messages =
+        kWarningMessages[static_cast<size_t>(category - kSigningWarningValidate)];
+    std::string significance = env_get_string(session, "SIGNIFICANCE") + kWarningSignificance;
+    print_log("_signing_set_optional_prerequisite_status: %s", significance.c_str());
+    env_set_string(session, "SIGNIFICANCE", significance.c_str());
+    AppendDescriptions(session, messages);
+}
+
+extern "C" int signing_validate_package_list(session_t* session) {
+    print_log("signing_validate_package_list: started");
+    env_set_string(session, "operation_progress", "0");
+
+    std::string keyLocation = _signing_get_public_key(session);
+    if (keyLocation.empty() || _signing_is_valid_key(keyLocation) != 0) {
+        // Neither a user's key nor a download gave a usable key: the host's
+        // local key becomes the user's key, which the second lookup answers.
+        std::string localKey =
+            expand_operand(session, env_get_string(session, "SIGNING_LOCAL_PUBLIC_KEY"), true);
+        env_set_string(session, "signature", localKey.c_str());
+        keyLocation = _signing_get_public_key(session);
+    }
+    if (keyLocation.empty()) {
+        print_log("signing_validate_package_list: unable to obtain public key location");
+        _signing_set_optional_prerequisite_status(session, kSigningWarningDownload);
+        return 1;
+    }
+    if (_signing_is_valid_key(keyLocation) != 0) {
+        print_log("signing_validate_package_list: public key is not valid");
+        _signing_set_optional_prerequisite_status(session, kSigningWarningValidate);
+        return 1;
+    }
+
+    std::list<Product*>* products = ProductsOf(session);
+    int32_t total = 0;
+    if (products != nullptr) {
+        for (const Product* product : *products) {
+            if (product != nullptr) {
+                total += static_cast<int32_t>(product->components.size());
+            }
+        }
+    }
+    if (total == 0) {
+        total = 1;
+    }
+
+    int32_t progress = 0;
+    bool failed = false;
+    if (products != nullptr) {
+        for (const Product* product : *products) {
+            if (product == nullptr) {
+                continue;
+            }
+            for (const Component* component : product->components) {
+                if (component == nullptr) {
+                    continue;
+                }
+                // Written before the component is handled, so that it
+                // reaches 100 with the last one.
+                progress += kProgressStep;
+                env_set_string(session, "operation_progress", inttostr(progress / total).c_str());
+
+                std::string path =
+                    expand_operand(session, component->packageFolder, true) + "/" + component->packageFile;
+                // The type is only asked when the package file is there.
+                if (file_exists(path, false) != 0 && component->type() == kPackageType) {
+                    RPM_RESULT result = rpm_verify(path.c_str(), keyLocation.c_str());
+                    print_log("_signing_validate_file: signing validation result %d (0 is success) for %s "
+                              "package [%s]",
+                              static_cast<int>(result.status), path.c_str(),
+                              result.message != nullptr ? result.message : "");
+                    std::free(result.message);
+                    if (result.status != RPM_SIGNED) {
+                        failed = true;
+                    }
+                } else {
+                    print_log(
+                        "signing_validate_package_list: component '%s' is not verified because it is not "
+                        "available",
+                        component->name.c_str());
+                }
+            }
+        }
+    }
+
+    if (failed) {
+        std::string significance = env_get_string(session, "SIGNIFICANCE") + kErrorSignificance;
+        print_log("signing_validate_package_list: %s", significance.c_str());
+        env_set_string(session, "SIGNIFICANCE", significance.c_str());
+        AppendDescriptions(session, kPackageFailureMessages);
+    }
+    print_log("signing_validate_package_list: finished");
+    return failed ? 1 : 0;
+}
 
 std::string _signing_get_command(const std::string& url, const std::string& outFile) {
     for (const DownloadTool& tool : kDownloadTools) {

@@ -1,0 +1,613 @@
+// Validating the host's package list: real packages and keys from the
+// fixtures, verified through the reference host's session; the exact log,
+// the progress values, the key fallback to the host's local key, and the
+// warning and error entries recorded in the session.
+#include "HostSession.h"
+#include "signing.h"
+
+#include "Exceptions.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <netinet/in.h>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+using host::HostLog;
+using host::HostSession;
+using testsupport::Fixture;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const char kStarted[] = "signing_validate_package_list: started";
+const char kFinished[] = "signing_validate_package_list: finished";
+const char kDownloading[] = "signing_get_public_key: public key will be downloaded from QEL";
+const char kIncorrectKey[] = "_signing_is_valid_key: public key contains incorrect value";
+const char kNoKeyLocation[] = "signing_validate_package_list: unable to obtain public key location";
+const char kKeyNotValid[] = "signing_validate_package_list: public key is not valid";
+const char kWarningLine[] = "_signing_set_optional_prerequisite_status: ";
+
+const char kErrShort[] = ";SIGNING_prereq_err_signing_check_short_desc";
+const char kErrFull[] = ";SIGNING_prereq_err_signing_check_full_desc";
+const char kValidateShort[] = ";SIGNING_prereq_war_signing_check_validate_short_desc";
+const char kValidateFull[] = ";SIGNING_prereq_war_signing_check_validate_full_desc";
+const char kDownloadShort[] = ";SIGNING_prereq_war_signing_check_download_short_desc";
+const char kDownloadFull[] = ";SIGNING_prereq_war_signing_check_download_full_desc";
+const char kFileShort[] = ";SIGNING_prereq_war_signing_check_file_short_desc";
+const char kFileFull[] = ";SIGNING_prereq_war_signing_check_file_full_desc";
+
+std::string UserKeyLine(const std::string& key) {
+    return "signing_get_public_key: public key specified by user " + key;
+}
+
+std::string ResultLine(int status, const std::string& path, const std::string& message) {
+    return "_signing_validate_file: signing validation result " + std::to_string(status) +
+           " (0 is success) for " + path + " package [" + message + "]";
+}
+
+std::string SignedLine(const std::string& path) {
+    return ResultLine(0, path, path + " is signed.");
+}
+
+std::string NotAvailableLine(const std::string& name) {
+    return "signing_validate_package_list: component '" + name +
+           "' is not verified because it is not available";
+}
+
+std::string RequestLine(const std::string& request) {
+    return "signing_get_public_key: request value [" + request + "]";
+}
+
+// Sets or clears an environment variable of the test process for one test
+// and restores it afterwards; the shells that popen starts inherit it.
+class EnvironmentVariableGuard {
+public:
+    explicit EnvironmentVariableGuard(const char* name) : _Name(name) {
+        const char* value = std::getenv(name);
+        _Had = value != nullptr;
+        if (_Had) {
+            _Value = value;
+        }
+    }
+    ~EnvironmentVariableGuard() {
+        if (_Had) {
+            setenv(_Name.c_str(), _Value.c_str(), 1);
+        } else {
+            unsetenv(_Name.c_str());
+        }
+    }
+    EnvironmentVariableGuard(const EnvironmentVariableGuard&) = delete;
+    EnvironmentVariableGuard& operator=(const EnvironmentVariableGuard&) = delete;
+
+    void Set(const std::string& value) { setenv(_Name.c_str(), value.c_str(), 1); }
+    void Unset() { unsetenv(_Name.c_str()); }
+
+private:
+    std::string _Name;
+    std::string _Value;
+    bool _Had = false;
+};
+
+// A loopback TCP port with nothing listening on it: a download from it is
+// refused at once.
+int ClosedLoopbackPort() {
+    int socketFd = socket(AF_INET, SOCK_STREAM, 0);
+    if (socketFd < 0) {
+        throw std::runtime_error("socket failed");
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof(address);
+    if (bind(socketFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        getsockname(socketFd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        close(socketFd);
+        throw std::runtime_error("cannot find a free port");
+    }
+    close(socketFd);
+    return ntohs(address.sin_port);
+}
+
+class PackageListValidationTest : public ::testing::Test {
+protected:
+    PackageListValidationTest() : _Path("PATH"), _Proxy("http_proxy"), _ProxyUpper("HTTP_PROXY") {
+        _Temp = _Work.File("temp");
+        mkdir(_Temp.c_str(), 0755);
+        _Session.SetValue("TEMP_FOLDER", _Temp);
+        // Package folders are host operands: "${PACKAGES}" expands to the
+        // fixture packages.
+        _Session.SetValue("PACKAGES", Fixture("rpm"));
+        _Session.SetValue("KEYS", Fixture("keys"));
+        _Proxy.Unset();
+        _ProxyUpper.Unset();
+    }
+    void SetUp() override {
+        REQUIRE_FIXTURE(Key());
+        HostLog::WriteNowhere();
+        HostLog::Clear();
+    }
+    void TearDown() override {
+        HostLog::WriteToStandardError();
+        HostLog::Clear();
+    }
+
+    static std::string Key(const std::string& name = "rsa2048") { return Fixture("keys/" + name + ".asc"); }
+    static std::string Package(const std::string& file) { return Fixture("rpm/" + file); }
+
+    void UseUserKey(const std::string& path) { _Session.SetValue("signature", path); }
+
+    // A PATH on which the shell finds neither `which` nor a download tool,
+    // so that the download gives up without a command.
+    void NoToolsOnPath() {
+        std::string empty = _Work.File("no-tools");
+        mkdir(empty.c_str(), 0755);
+        _Path.Set(empty);
+    }
+
+    Product& AddProduct(const std::string& name) { return _Session.Installation().AddProduct(name); }
+
+    Component& AddPackage(Product& product, const std::string& name, const std::string& file,
+                          const std::string& type = "rpm") {
+        return _Session.Installation().AddComponent(product, type, name, "${PACKAGES}", file);
+    }
+
+    int Validate() { return signing_validate_package_list(&_Session); }
+    static Lines Log() { return HostLog::Lines(); }
+
+    // A key file whose third line holds the URL marker.
+    std::string KeyWithUrlLine(const std::string& name) {
+        std::string path = _Work.File(name);
+        WriteFile(path, "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\nsee http://keys.example/ for the key\n"
+                        "-----END PGP PUBLIC KEY BLOCK-----\n");
+        return path;
+    }
+
+    void ExpectPrerequisitesUntouched() {
+        EXPECT_TRUE(_Session.Writes("SIGNIFICANCE").empty());
+        EXPECT_TRUE(_Session.Writes("SHORT_DESC").empty());
+        EXPECT_TRUE(_Session.Writes("FULL_DESC").empty());
+    }
+
+    TempDir _Work;
+    std::string _Temp;
+    HostSession _Session;
+    EnvironmentVariableGuard _Path;
+    EnvironmentVariableGuard _Proxy;
+    EnvironmentVariableGuard _ProxyUpper;
+};
+
+} // namespace
+
+// ------------------------------------------------------------ no packages
+
+TEST_F(PackageListValidationTest, NoProductsReturnsZeroWithoutTouchingPrerequisites) {
+    UseUserKey(Key());
+    _Session.SetValue("SIGNIFICANCE", ";1");
+    _Session.SetValue("SHORT_DESC", ";earlier_short");
+    _Session.SetValue("FULL_DESC", ";earlier_full");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), kFinished}));
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    EXPECT_EQ(_Session.Value("operation_progress"), "0");
+    ExpectPrerequisitesUntouched();
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), ";earlier_short");
+    EXPECT_EQ(_Session.Value("FULL_DESC"), ";earlier_full");
+    EXPECT_TRUE(_Session.Writes("signature").empty());
+}
+
+TEST_F(PackageListValidationTest, ProductsWithoutComponentsReturnZeroAndLeaveProgressAtZero) {
+    UseUserKey(Key());
+    AddProduct("first");
+    AddProduct("second");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), kFinished}));
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    ExpectPrerequisitesUntouched();
+    EXPECT_FALSE(_Session.HasValue("SIGNIFICANCE"));
+}
+
+// ---------------------------------------------------------------- progress
+
+TEST_F(PackageListValidationTest, ThreeSignedComponentsReportProgressThirtyThreeSixtySixHundred) {
+    UseUserKey(Key());
+    Product& product = AddProduct("product");
+    AddPackage(product, "one", "signed-rsa2048-sha1.rpm");
+    AddPackage(product, "two", "signed-rsa2048-sha256.rpm");
+    AddPackage(product, "three", "signed-rsa2048-sha512.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "33", "66", "100"}));
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), SignedLine(Package("signed-rsa2048-sha1.rpm")),
+                            SignedLine(Package("signed-rsa2048-sha256.rpm")),
+                            SignedLine(Package("signed-rsa2048-sha512.rpm")), kFinished}));
+    ExpectPrerequisitesUntouched();
+}
+
+TEST_F(PackageListValidationTest, ProgressCountsComponentsOverAllProductsWithTruncatingDivision) {
+    UseUserKey(Key());
+    Product& first = AddProduct("first");
+    AddProduct("empty");
+    Product& third = AddProduct("third");
+    for (int i = 0; i < 4; ++i) {
+        AddPackage(first, "a" + std::to_string(i), "absent-" + std::to_string(i) + ".rpm");
+    }
+    for (int i = 0; i < 3; ++i) {
+        AddPackage(third, "b" + std::to_string(i), "absent-b" + std::to_string(i) + ".rpm");
+    }
+
+    EXPECT_EQ(Validate(), 0);
+
+    // 100 * k / 7 for k = 1..7, truncated.
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "14", "28", "42", "57", "71", "85", "100"}));
+    Lines expected{kStarted, UserKeyLine(Key())};
+    for (const char* name : {"a0", "a1", "a2", "a3", "b0", "b1", "b2"}) {
+        expected.push_back(NotAvailableLine(name));
+    }
+    expected.push_back(kFinished);
+    EXPECT_EQ(Log(), expected);
+}
+
+// -------------------------------------------------------- single packages
+
+TEST_F(PackageListValidationTest, SignedPackageLogsItsPathAndMessage) {
+    UseUserKey(Key());
+    AddPackage(AddProduct("product"), "signed", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    const std::string path = Fixture("rpm") + "/signed-rsa2048-sha256.rpm";
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()),
+                            "_signing_validate_file: signing validation result 0 (0 is success) for " + path +
+                                " package [" + path + " is signed.]",
+                            kFinished}));
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "100"}));
+    ExpectPrerequisitesUntouched();
+}
+
+TEST_F(PackageListValidationTest, PackagePathIsTheExpandedFolderSlashFileName) {
+    UseUserKey(Key());
+    _Session.SetValue("ROOT", Fixture(""));
+    Product& product = AddProduct("product");
+    _Session.Installation().AddComponent(product, "rpm", "nested", "${ROOT}rpm", "signed-rsa2048-sha1.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log()[2], SignedLine(Fixture("") + "rpm/signed-rsa2048-sha1.rpm"));
+}
+
+TEST_F(PackageListValidationTest, MissingRpmFileIsNotAvailableAndNoFailure) {
+    UseUserKey(Key());
+    AddPackage(AddProduct("product"), "ghost", "no-such-package.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), NotAvailableLine("ghost"), kFinished}));
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "100"}));
+    ExpectPrerequisitesUntouched();
+}
+
+TEST_F(PackageListValidationTest, ComponentOfAnotherTypeIsNotAvailableEvenWhenItsFileIsBroken) {
+    UseUserKey(Key());
+    Product& product = AddProduct("product");
+    // Present files that would fail verification: they are never verified
+    // because their type is not exactly "rpm".
+    AddPackage(product, "debian", "tampered-payload.rpm", "deb");
+    AddPackage(product, "capital", "notapackage.rpm", "RPM");
+    Component& later = AddPackage(product, "retyped", "unsigned.rpm", "rpm");
+    _Session.Installation().SetComponentType(later, "msi");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), NotAvailableLine("debian"),
+                            NotAvailableLine("capital"), NotAvailableLine("retyped"), kFinished}));
+    ExpectPrerequisitesUntouched();
+}
+
+TEST_F(PackageListValidationTest, ComponentRetypedToRpmIsVerified) {
+    UseUserKey(Key());
+    Component& component = AddPackage(AddProduct("product"), "later", "signed-rsa2048-sha256.rpm", "tar");
+    _Session.Installation().SetComponentType(component, "rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log()[2], SignedLine(Package("signed-rsa2048-sha256.rpm")));
+}
+
+// ------------------------------------------------------------ failures
+
+TEST_F(PackageListValidationTest, OneTamperedPackageAmongSeveralIsOneErrorEntry) {
+    UseUserKey(Key());
+    Product& first = AddProduct("first");
+    AddPackage(first, "good", "signed-rsa2048-sha256.rpm");
+    AddPackage(first, "tampered", "tampered-payload.rpm");
+    Product& second = AddProduct("second");
+    AddPackage(second, "missing", "no-such-package.rpm");
+    AddPackage(second, "also-good", "signed-rsa2048-sha512.rpm");
+
+    EXPECT_EQ(Validate(), 1);
+
+    const std::string tampered = Package("tampered-payload.rpm");
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), SignedLine(Package("signed-rsa2048-sha256.rpm")),
+                            ResultLine(3, tampered, tampered + " has invalid hash."),
+                            NotAvailableLine("missing"), SignedLine(Package("signed-rsa2048-sha512.rpm")),
+                            "signing_validate_package_list: ;1", kFinished}));
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "25", "50", "75", "100"}));
+    EXPECT_EQ(_Session.Writes("SIGNIFICANCE"), (Lines{";1"}));
+    EXPECT_EQ(_Session.Writes("SHORT_DESC"), (Lines{kErrShort}));
+    EXPECT_EQ(_Session.Writes("FULL_DESC"), (Lines{kErrFull}));
+}
+
+TEST_F(PackageListValidationTest, EveryFailureStatusSetsTheFlagButTheErrorIsRecordedOnce) {
+    UseUserKey(Key());
+    _Session.SetValue("SIGNIFICANCE", ";0");
+    _Session.SetValue("SHORT_DESC", kDownloadShort);
+    _Session.SetValue("FULL_DESC", kDownloadFull);
+    Product& product = AddProduct("product");
+    AddPackage(product, "other-key", "signed-other2048-sha256.rpm");
+    AddPackage(product, "header", "tampered-header.rpm");
+    AddPackage(product, "unsigned", "unsigned.rpm");
+    AddPackage(product, "text", "notapackage.rpm");
+    AddPackage(product, "header-only", "headeronly-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 1);
+
+    const std::string other = Package("signed-other2048-sha256.rpm");
+    const std::string header = Package("tampered-header.rpm");
+    const std::string text = Package("notapackage.rpm");
+    EXPECT_EQ(Log(),
+              (Lines{kStarted, UserKeyLine(Key()), ResultLine(2, other, other + " has invalid signature."),
+                     ResultLine(3, header, header + " has invalid hash."),
+                     ResultLine(5, Package("unsigned.rpm"),
+                                "Internal error occured while verifying " + Package("unsigned.rpm")),
+                     ResultLine(5, text, text + " is not an RPM file."),
+                     ResultLine(5, Package("headeronly-rsa2048-sha256.rpm"), "Unknown error"),
+                     "signing_validate_package_list: ;0;1", kFinished}));
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0;1");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), std::string(kDownloadShort) + kErrShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), std::string(kDownloadFull) + kErrFull);
+    EXPECT_EQ(_Session.Writes("SIGNIFICANCE").size(), 1u);
+}
+
+TEST_F(PackageListValidationTest, PackagesOfAnotherSignerFailAgainstTheGivenKey) {
+    UseUserKey(Key("rsa4096"));
+    Product& product = AddProduct("product");
+    AddPackage(product, "by-2048", "signed-rsa2048-sha256.rpm");
+    AddPackage(product, "by-4096", "signed-rsa4096-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 1);
+
+    const std::string by2048 = Package("signed-rsa2048-sha256.rpm");
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key("rsa4096")),
+                            ResultLine(2, by2048, by2048 + " has invalid signature."),
+                            SignedLine(Package("signed-rsa4096-sha256.rpm")),
+                            "signing_validate_package_list: ;1", kFinished}));
+}
+
+TEST_F(PackageListValidationTest, AHostFailureEndsTheCallWithTheValuesWrittenSoFar) {
+    UseUserKey(Key());
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+    // Installation data the host does not know: asking it for its products
+    // throws, and the plug-in lets the exception through.
+    TSD foreign;
+    _Session.tsd = &foreign;
+
+    EXPECT_THROW(Validate(), std::logic_error);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key())}));
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    ExpectPrerequisitesUntouched();
+}
+
+// --------------------------------------------------------- key fallback
+
+TEST_F(PackageListValidationTest, WithoutDownloadToolsTheLocalKeyIsUsed) {
+    NoToolsOnPath();
+    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, kDownloading, RequestLine("?id="), UserKeyLine(Key()),
+                            SignedLine(Package("signed-rsa2048-sha256.rpm")), kFinished}));
+    EXPECT_EQ(_Session.Writes("signature"), (Lines{Key()}));
+    ExpectPrerequisitesUntouched();
+}
+
+TEST_F(PackageListValidationTest, RefusedDownloadFallsBackToTheLocalKey) {
+    ASSERT_EQ(testsupport::Run("which wget").exitCode, 0) << "wget must be installed";
+    const std::string url = "http://127.0.0.1:" + std::to_string(ClosedLoopbackPort()) + "/key";
+    _Session.SetValue("signing_url", url);
+    _Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/unused");
+    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    std::string token = _Session.AddNestedEnvironment(Environment{{"VokUpdateId", "UPD-1"}});
+    Product& product = _Session.Installation().AddProduct("product", Environment{{"phonehome", token}});
+    AddPackage(product, "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    const std::string request = url + "?id=UPD-1";
+    const std::string command = "export LD_LIBRARY_PATH=\"\"; wget --timeout=3 --tries=1 --quiet " + request +
+                                " -O " + _Temp + "/PUBLIC_KEY.PUB 2>/dev/null";
+    Lines expected{kStarted, kDownloading, RequestLine(request),
+                   "signing_get_public_key: command value [" + command + "]"};
+    for (const char* protocol :
+         {"--secure-protocol=SSLv3", "--secure-protocol=SSLv2", "--secure-protocol=TLSv1"}) {
+        expected.push_back("signing_get_public_key: secure command   [" + command + " " + protocol + "]");
+        expected.push_back(std::string("signing_get_public_key: secure protocols [") + protocol + "]");
+        // wget's exit code 4 (network failure) as a raw wait status.
+        expected.push_back("_signing_call_webservice: web service call failed with status 1024");
+    }
+    expected.push_back(UserKeyLine(Key()));
+    expected.push_back(SignedLine(Package("signed-rsa2048-sha256.rpm")));
+    expected.push_back(kFinished);
+    EXPECT_EQ(Log(), expected);
+    EXPECT_EQ(_Session.Value("signature"), Key());
+}
+
+TEST_F(PackageListValidationTest, SignatureStaysSetAfterTheFallbackSoTheNextCallUsesItAtOnce) {
+    NoToolsOnPath();
+    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha1.rpm");
+    ASSERT_EQ(Validate(), 0);
+    HostLog::Clear();
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), SignedLine(Package("signed-rsa2048-sha1.rpm")),
+                            kFinished}));
+    EXPECT_EQ(_Session.Writes("signature"), (Lines{Key()}));
+}
+
+TEST_F(PackageListValidationTest, KeyThatCannotBeLocatedIsADownloadWarning) {
+    NoToolsOnPath();
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 1);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, kDownloading, RequestLine("?id="), kDownloading, RequestLine("?id="),
+                            kNoKeyLocation, std::string(kWarningLine) + ";0"}));
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), kDownloadShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), kDownloadFull);
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    // The empty local key was handed to the second lookup.
+    EXPECT_EQ(_Session.Writes("signature"), (Lines{""}));
+}
+
+TEST_F(PackageListValidationTest, DownloadWarningIsAppendedToEarlierEntries) {
+    NoToolsOnPath();
+    _Session.SetValue("SIGNIFICANCE", ";1");
+    _Session.SetValue("SHORT_DESC", ";first_short");
+    _Session.SetValue("FULL_DESC", ";first_full");
+
+    EXPECT_EQ(Validate(), 1);
+
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1;0");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), std::string(";first_short") + kDownloadShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), std::string(";first_full") + kDownloadFull);
+    EXPECT_EQ(Log().back(), std::string(kWarningLine) + ";1;0");
+}
+
+TEST_F(PackageListValidationTest, UserKeyWithAUrlLineFallsBackToAValidLocalKey) {
+    const std::string bad = KeyWithUrlLine("bad.asc");
+    UseUserKey(bad);
+    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(bad), kIncorrectKey, UserKeyLine(Key()),
+                            SignedLine(Package("signed-rsa2048-sha256.rpm")), kFinished}));
+    EXPECT_EQ(_Session.Value("signature"), Key());
+    ExpectPrerequisitesUntouched();
+}
+
+TEST_F(PackageListValidationTest, UserAndLocalKeysWithUrlLinesAreAValidateWarning) {
+    const std::string bad = KeyWithUrlLine("bad.asc");
+    const std::string alsoBad = KeyWithUrlLine("also-bad.asc");
+    UseUserKey(bad);
+    _Session.SetValue("WORK", _Work.Path());
+    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${WORK}/also-bad.asc");
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 1);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(bad), kIncorrectKey, UserKeyLine(alsoBad), kIncorrectKey,
+                            kKeyNotValid, std::string(kWarningLine) + ";0"}));
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), kValidateShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), kValidateFull);
+    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+}
+
+TEST_F(PackageListValidationTest, MissingKeyFilesAreInvalidWithoutALogLine) {
+    const std::string missing = _Work.File("missing.asc");
+    UseUserKey(missing);
+    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", missing);
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 1);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(missing), UserKeyLine(missing), kKeyNotValid,
+                            std::string(kWarningLine) + ";0"}));
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), kValidateShort);
+}
+
+TEST_F(PackageListValidationTest, UrlMarkerInCapitalsDoesNotMakeTheKeyInvalid) {
+    const std::string key = _Work.File("capitals.asc");
+    WriteFile(key, testsupport::ReadFile(Key()) + "HTTP://keys.example/\n");
+    UseUserKey(key);
+    AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
+
+    EXPECT_EQ(Validate(), 0);
+
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(key), SignedLine(Package("signed-rsa2048-sha256.rpm")),
+                            kFinished}));
+}
+
+// ------------------------------------------------------- warning records
+
+TEST_F(PackageListValidationTest, OptionalPrerequisiteStatusAppendsTheCategoryEntries) {
+    _Session.SetValue("SIGNIFICANCE", ";1");
+    _Session.SetValue("SHORT_DESC", ";a");
+    _Session.SetValue("FULL_DESC", ";b");
+
+    _signing_set_optional_prerequisite_status(&_Session, 3);
+    _signing_set_optional_prerequisite_status(&_Session, 4);
+    _signing_set_optional_prerequisite_status(&_Session, 5);
+
+    EXPECT_EQ(_Session.Writes("SIGNIFICANCE"), (Lines{";1;0", ";1;0;0", ";1;0;0;0"}));
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), std::string(";a") + kValidateShort + kDownloadShort + kFileShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), std::string(";b") + kValidateFull + kDownloadFull + kFileFull);
+    EXPECT_EQ(Log(), (Lines{std::string(kWarningLine) + ";1;0", std::string(kWarningLine) + ";1;0;0",
+                            std::string(kWarningLine) + ";1;0;0;0"}));
+}
+
+TEST_F(PackageListValidationTest, OptionalPrerequisiteStatusStartsFromAnUnsetValue) {
+    _signing_set_optional_prerequisite_status(&_Session, 5);
+
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), kFileShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), kFileFull);
+}
+
+TEST_F(PackageListValidationTest, UnknownCategoryThrowsBeforeWritingAnything) {
+    for (int category : {-1, 0, 2, 6, 100}) {
+        try {
+            _signing_set_optional_prerequisite_status(&_Session, category);
+            ADD_FAILURE() << "no exception for category " << category;
+        } catch (const ArgumentException& error) {
+            EXPECT_EQ(std::string(error.what()),
+                      "Invalid argument: unknown optional prerequisite category " + std::to_string(category));
+        }
+    }
+    EXPECT_TRUE(Log().empty());
+    ExpectPrerequisitesUntouched();
+}
+
+TEST(PackageListValidationSymbol, EntryPointIsExportedUnderItsPlainName) {
+    const std::string plugin = testsupport::PluginPath();
+    ASSERT_TRUE(testsupport::PathExists(plugin)) << plugin;
+
+    testsupport::CommandResult defined = testsupport::Run("nm -D --defined-only '" + plugin + "'");
+
+    ASSERT_EQ(defined.exitCode, 0);
+    EXPECT_NE(defined.output.find(" T signing_validate_package_list\n"), std::string::npos) << defined.output;
+}
