@@ -12,7 +12,7 @@
 #include <vector>
 
 // What ProcessFolder does with the entries of a folder.
-enum FolderAction {
+enum FolderAction : int {
     FolderActionCollect = 0, // append the entry names to the caller's list
     FolderActionDelete = 1,  // delete files and sub-folders, then the folder
 };

@@ -15,7 +15,7 @@ constexpr int kMaxBranches = 100;
 // at most kBaseSteps plus a share proportional to the input's size of byte
 // comparisons and match steps in one call.
 constexpr int kMaxDepth = 1000;
-constexpr int64_t kBaseSteps = 100000000;
+constexpr int64_t kBaseSteps = 10000000;
 
 // The characters a backslash may precede: the first eleven stand for
 // themselves, the rest are the named escapes.
@@ -118,7 +118,7 @@ public:
         : _Info(info), _Expression(expression), _ExpressionEnd(expressionEnd), _Subject(subject),
           _SubjectLength(subjectLength), _Depth(0), _Steps(0), _Error(0) {
         const int64_t size = (static_cast<int64_t>(subjectLength) + 1) * ((expressionEnd - expression) + 1);
-        _MaxSteps = kBaseSteps + (size > kBaseSteps ? kBaseSteps * 10 : size * 4);
+        _MaxSteps = kBaseSteps + (size > kBaseSteps * 10 / 4 ? kBaseSteps * 10 : size * 4);
     }
 
     int Setup();
