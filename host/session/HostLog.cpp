@@ -23,6 +23,7 @@ struct LogState {
     std::vector<std::string> lines;
     bool toStandardError = true;
     std::unique_ptr<std::FILE, FileCloser> file;
+    std::function<void(const std::string&)> listener;
 };
 
 LogState& State() {
@@ -48,6 +49,12 @@ void HostLog::WriteToFile(const std::string& path) {
     std::lock_guard<std::mutex> guard(state.lock);
     state.file = std::move(file);
     state.toStandardError = false;
+}
+
+void HostLog::SetListener(std::function<void(const std::string& line)> listener) {
+    LogState& state = State();
+    std::lock_guard<std::mutex> guard(state.lock);
+    state.listener = std::move(listener);
 }
 
 void HostLog::WriteNowhere() {
@@ -79,15 +86,22 @@ void HostLog::Clear() {
 
 void HostLog::Write(const std::string& line) {
     LogState& state = State();
-    std::lock_guard<std::mutex> guard(state.lock);
-    state.lines.push_back(line);
-    std::FILE* out = state.file ? state.file.get() : (state.toStandardError ? stderr : nullptr);
-    if (out != nullptr) {
-        std::fputs(line.c_str(), out);
-        if (line.empty() || line.back() != '\n') {
-            std::fputc('\n', out);
+    std::function<void(const std::string&)> listener;
+    {
+        std::lock_guard<std::mutex> guard(state.lock);
+        state.lines.push_back(line);
+        std::FILE* out = state.file ? state.file.get() : (state.toStandardError ? stderr : nullptr);
+        if (out != nullptr) {
+            std::fputs(line.c_str(), out);
+            if (line.empty() || line.back() != '\n') {
+                std::fputc('\n', out);
+            }
+            std::fflush(out);
         }
-        std::fflush(out);
+        listener = state.listener;
+    }
+    if (listener) {
+        listener(line);
     }
 }
 

@@ -5,6 +5,7 @@
 #ifndef HOST_SESSION_HOSTLOG_H
 #define HOST_SESSION_HOSTLOG_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,11 @@ public:
     static void WriteToStandardError();
     static void WriteToFile(const std::string& path); // throws std::runtime_error when it cannot be opened
     static void WriteNowhere();
+
+    // Called with every line after it is recorded and written, on the
+    // thread that logged it and outside the log's lock (so the listener may
+    // log itself). An empty function removes the listener.
+    static void SetListener(std::function<void(const std::string& line)> listener);
 
     // Every line logged since the last Clear(), in order and exactly as
     // formatted (a format that ends in a line feed keeps it).

@@ -70,6 +70,14 @@ void HostSession::SetValue(const std::string& key, const std::string& value) {
 void HostSession::WriteValue(const std::string& key, const std::string& value) {
     _Values[key] = value;
     _Writes[key].push_back(value);
+    if (_WriteListener) {
+        _WriteListener(key, value);
+    }
+}
+
+void HostSession::SetWriteListener(
+    std::function<void(const std::string& key, const std::string& value)> listener) {
+    _WriteListener = std::move(listener);
 }
 
 void HostSession::EraseValue(const std::string& key) {

@@ -15,6 +15,7 @@
 #include "HostLog.h"
 #include "session.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -54,6 +55,11 @@ public:
     std::vector<std::string> Writes(const std::string& key) const;
     void ClearWrites();
 
+    // Called with every value written through env_set_string (WriteValue),
+    // after it is stored and recorded; SetValue does not call it. An empty
+    // function removes the listener.
+    void SetWriteListener(std::function<void(const std::string& key, const std::string& value)> listener);
+
     // The operand with every "${NAME}" replaced by the value of NAME (empty
     // when unset). Replacements are not expanded again; a "$" without a
     // "{", and a "${" without a closing "}", stay as they are.
@@ -72,6 +78,7 @@ private:
     HostInstallation _Installation;
     Environment _Values;
     std::map<std::string, std::vector<std::string>> _Writes;
+    std::function<void(const std::string&, const std::string&)> _WriteListener;
     std::map<std::string, std::unique_ptr<Environment>> _NestedEnvironments;
 };
 
