@@ -11,11 +11,13 @@ constexpr int kMaxBrackets = 100;
 constexpr int kMaxBranches = 100;
 
 // The matcher gives up (SLRE_INTERNAL_ERROR) rather than exhaust the call
-// stack or backtrack without end: at most this many nested match steps, and
-// at most kBaseSteps plus a share proportional to the input's size of byte
-// comparisons and match steps in one call.
-constexpr int kMaxDepth = 1000;
-constexpr int64_t kBaseSteps = 10000000;
+// stack or backtrack for ever: at most kMaxDepth nested match steps, and at
+// most kBaseSteps byte comparisons and match steps in one call, plus four
+// per pair of subject offset and expression byte (up to kMaxExtraSteps), so
+// that a search without backtracking is never cut short.
+constexpr int kMaxDepth = 500;
+constexpr int64_t kBaseSteps = 5000000;
+constexpr int64_t kMaxExtraSteps = 100000000;
 
 // The characters a backslash may precede: the first eleven stand for
 // themselves, the rest are the named escapes.
@@ -118,7 +120,7 @@ public:
         : _Info(info), _Expression(expression), _ExpressionEnd(expressionEnd), _Subject(subject),
           _SubjectLength(subjectLength), _Depth(0), _Steps(0), _Error(0) {
         const int64_t size = (static_cast<int64_t>(subjectLength) + 1) * ((expressionEnd - expression) + 1);
-        _MaxSteps = kBaseSteps + (size > kBaseSteps * 10 / 4 ? kBaseSteps * 10 : size * 4);
+        _MaxSteps = kBaseSteps + (size > kMaxExtraSteps / 4 ? kMaxExtraSteps : size * 4);
     }
 
     int Setup();

@@ -315,6 +315,11 @@ TEST(Slre, GivesUpBeforeTheCallStackRunsOut) {
         shortRun += "ab";
     }
     EXPECT_EQ(Match("^(ab)*$", shortRun), 600);
+    std::string manyOptional = "^";
+    for (int i = 0; i < 200; ++i) {
+        manyOptional += "a?";
+    }
+    EXPECT_EQ(Match(manyOptional + "$", std::string(200, 'a')), 200);
     std::string longRun;
     for (int i = 0; i < 100000; ++i) {
         longRun += "ab";
