@@ -63,37 +63,10 @@ soapWrap::HashAlgorithm AlgorithmOfName(const std::string& name) {
     return soapWrap::SHA512;
 }
 
-// A key made once per test program, with its binary key file in a temporary folder.
-class OwnKey {
-public:
-    static OwnKey& Get() {
-        static OwnKey key;
-        return key;
-    }
-    const rpmtest::TestKey& Key() const { return _Key; }
-    const Bytes& KeyId() const { return _KeyId; }
-    const std::string& KeyFile() const { return _KeyFile; }
-
-private:
-    OwnKey() : _KeyId{0xA1, 0xB2, 0xC3, 0xD4, 0xE5, 0xF6, 0x07, 0x18} {
-        _KeyFile = _Folder.File("own.gpg");
-        testsupport::WriteBytes(_KeyFile, _Key.KeyFile(_KeyId));
-    }
-    testsupport::TempDir _Folder;
-    rpmtest::TestKey _Key;
-    Bytes _KeyId;
-    std::string _KeyFile;
-};
+using rpmtest::OwnKey;
 
 rpmtest::SignatureSpec OwnSpec(int version, unsigned char hash) {
-    rpmtest::SignatureSpec spec;
-    spec.version = version;
-    spec.hashAlgorithm = hash;
-    spec.issuer = OwnKey::Get().KeyId();
-    if (version == 3) {
-        spec.hashed = {0x00, 0x61, 0x00, 0x00, 0x01};
-    }
-    return spec;
+    return OwnKey::Get().Spec(version, hash);
 }
 
 // ------------------------------------------------------------ mappings

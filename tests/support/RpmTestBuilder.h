@@ -5,6 +5,8 @@
 #ifndef SIGNING_RPM_TEST_BUILDER_H
 #define SIGNING_RPM_TEST_BUILDER_H
 
+#include "TestSupport.h"
+
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 
@@ -122,12 +124,19 @@ inline Bytes OldPacket(int tag, const Bytes& body) {
 // What a signature says about itself. For version 3, hashed holds the 5
 // bytes type and creation time; for version 4 the hashed subpacket area.
 struct SignatureSpec {
+    SignatureSpec() {
+        // One signature creation time subpacket.
+        static const unsigned char creationTime[] = {0x05, 0x02, 0x60, 0x00, 0x00, 0x00};
+        static const unsigned char someIssuer[] = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
+        hashed.assign(creationTime, creationTime + sizeof(creationTime));
+        issuer.assign(someIssuer, someIssuer + sizeof(someIssuer));
+    }
     int version = 4;
     unsigned char type = 0x00;
     unsigned char publicKeyAlgorithm = 1;
     unsigned char hashAlgorithm = kPgpSha256;
-    Bytes hashed = {0x05, 0x02, 0x60, 0x00, 0x00, 0x00}; // signature creation time subpacket
-    Bytes issuer = {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88};
+    Bytes hashed;
+    Bytes issuer;
 };
 
 // The bytes hashed after the signed data.
@@ -253,6 +262,41 @@ private:
         void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     };
     std::unique_ptr<EVP_PKEY, KeyDeleter> _Key;
+};
+
+// A key made once per test program, with its binary key file (whose
+// self-signature names KeyId() as issuer) in a temporary folder.
+class OwnKey {
+public:
+    static OwnKey& Get() {
+        static OwnKey key;
+        return key;
+    }
+    const TestKey& Key() const { return _Key; }
+    const Bytes& KeyId() const { return _KeyId; }
+    const std::string& KeyFile() const { return _KeyFile; }
+
+    // A signature spec naming this key as issuer.
+    SignatureSpec Spec(int version, unsigned char hash) const {
+        SignatureSpec spec;
+        spec.version = version;
+        spec.hashAlgorithm = hash;
+        spec.issuer = _KeyId;
+        if (version == 3) {
+            spec.hashed = {0x00, 0x61, 0x00, 0x00, 0x01};
+        }
+        return spec;
+    }
+
+private:
+    OwnKey() : _KeyId{0xA1, 0xB2, 0xC3, 0xD4, 0xE5, 0xF6, 0x07, 0x18} {
+        _KeyFile = _Folder.File("own.gpg");
+        testsupport::WriteBytes(_KeyFile, _Key.KeyFile(_KeyId));
+    }
+    testsupport::TempDir _Folder;
+    TestKey _Key;
+    Bytes _KeyId;
+    std::string _KeyFile;
 };
 
 // RPM header-structure entry types.
