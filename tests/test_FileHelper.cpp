@@ -201,6 +201,15 @@ TEST(FileHelperOpen, RegularFileIsNotAFolder) {
     EXPECT_FALSE(file.IsFolder());
 }
 
+TEST(FileHelperOpen, GetPathIsThePathTheObjectWasMadeFor) {
+    TempDir dir;
+    WriteFile(dir.File("f"), "abc");
+    EXPECT_EQ(FileHelper(dir.File("f")).GetPath(), dir.File("f"));
+    EXPECT_EQ(FileHelper(dir.Path() + "/", "f", true).GetPath(), dir.File("f"));
+    EXPECT_EQ(FileHelper(dir.Path() + "\\", "g", false).GetPath(), dir.File("g"));
+    EXPECT_EQ(FileHelper(dir.Path()).GetPath(), dir.Path());
+}
+
 TEST(FileHelperOpen, FifoDoesNotBlock) {
     TempDir dir;
     ASSERT_EQ(mkfifo(dir.File("fifo").c_str(), 0600), 0);
