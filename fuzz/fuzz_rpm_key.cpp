@@ -1,0 +1,6 @@
+// libFuzzer entry of the rpm_key target (fuzz/targets/FuzzTargets.h).
+#include "targets/FuzzTargets.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    return FuzzRpmKey(data, size);
+}
