@@ -74,8 +74,9 @@ int HexValue(unsigned char c) {
 
 // The length of the escape at p (p[0] is the backslash), or
 // SLRE_INVALID_METACHARACTER. The expression ends at end; nothing at or
-// beyond it is read.
-int EscapeLength(const char* p, const char* end) {
+// beyond it is read. Inside a set a backslash makes any character literal
+// (so that "[\/\-]" is a slash or a minus); outside, only metacharacters.
+int EscapeLength(const char* p, const char* end, bool inSet) {
     if (end - p < 2) {
         return SLRE_INVALID_METACHARACTER;
     }
@@ -86,7 +87,7 @@ int EscapeLength(const char* p, const char* end) {
         }
         return 4;
     }
-    return IsMetacharacter(static_cast<unsigned char>(p[1])) ? 2 : SLRE_INVALID_METACHARACTER;
+    return inSet || IsMetacharacter(static_cast<unsigned char>(p[1])) ? 2 : SLRE_INVALID_METACHARACTER;
 }
 
 // The length of the set at p (p[0] is the opening square bracket) with both
@@ -95,7 +96,7 @@ int SetLength(const char* p, const char* end) {
     const char* q = p + 1;
     while (q < end && *q != ']') {
         if (*q == '\\') {
-            const int length = EscapeLength(q, end);
+            const int length = EscapeLength(q, end, true);
             if (length < 0) {
                 return length;
             }
@@ -206,7 +207,8 @@ int Matcher::Setup() {
             canQuantify = false;
             ++p;
         } else if (c == '[' || c == '\\') {
-            const int length = c == '[' ? SetLength(p, _ExpressionEnd) : EscapeLength(p, _ExpressionEnd);
+            const int length =
+                c == '[' ? SetLength(p, _ExpressionEnd) : EscapeLength(p, _ExpressionEnd, false);
             if (length < 0) {
                 return length;
             }
@@ -424,7 +426,7 @@ bool Matcher::SetMatches(const char* set, const char* close, unsigned char c) co
     while (q < close && !found) {
         if (*q == '\\') {
             found = EscapeMatches(q, c);
-            q += EscapeLength(q, close);
+            q += EscapeLength(q, close, true);
         } else if (*q != '-' && q + 2 < close && q[1] == '-' && q[2] != '\\') {
             unsigned char low = static_cast<unsigned char>(q[0]);
             unsigned char high = static_cast<unsigned char>(q[2]);
@@ -449,7 +451,7 @@ int Matcher::AtomLength(const char* p) const {
         return SetLength(p, _ExpressionEnd);
     }
     if (*p == '\\') {
-        return EscapeLength(p, _ExpressionEnd);
+        return EscapeLength(p, _ExpressionEnd, false);
     }
     return 1;
 }

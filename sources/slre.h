@@ -6,7 +6,8 @@
 // Syntax: ^ (start), $ (end), . (any byte), [set] and [^set] with ranges,
 // (group) capturing, a|b alternatives, * + ? quantifiers (greedy, or lazy
 // with a trailing ?), and the escapes \S \s \d \b \f \n \r \t \v \xHH and a
-// backslash before any other metacharacter of ^$().[]*+?|\ for the literal.
+// backslash before any other metacharacter of ^$().[]*+?|\ for the literal;
+// inside a set, a backslash before any other character makes it literal.
 #ifndef SIGNING_SLRE_H
 #define SIGNING_SLRE_H
 

@@ -1,5 +1,6 @@
 // The small regular-expression matcher: results, captures, every error code,
 // and that no input makes it read outside the expression or the subject.
+#include "Base.h"
 #include "slre.h"
 
 #include <gtest/gtest.h>
@@ -143,9 +144,31 @@ TEST(Slre, InvalidMetacharacter) {
     EXPECT_EQ(Match("\\x4", "x"), -6);
     EXPECT_EQ(Match("\\x4g", "x"), -6);
     EXPECT_EQ(Match("\\xZZ", "x"), -6);
-    EXPECT_EQ(Match("[\\q]", "q"), -6);
     EXPECT_EQ(Match("[\\", "a"), -6);
     EXPECT_EQ(Match("[a\\x1]", "a"), -6);
+}
+
+TEST(Slre, InsideASetABackslashMakesAnyCharacterLiteral) {
+    EXPECT_EQ(Match("^[\\q]$", "q"), 1);
+    EXPECT_EQ(Match("^[\\/\\-]+$", "/-/"), 3);
+    EXPECT_EQ(Match("^[a\\-z]+$", "a-z"), 3);
+    EXPECT_EQ(Match("^[a\\-z]+$", "b"), SLRE_NO_MATCH); // not a range
+    EXPECT_EQ(Match("^[\\d]$", "7"), 1);                // the named escapes keep their meaning
+    EXPECT_EQ(Match("^[\\d]$", "d"), SLRE_NO_MATCH);
+    // Outside a set the same escapes are errors.
+    EXPECT_EQ(Match("\\/", "/"), -6);
+    EXPECT_EQ(Match("\\-", "-"), -6);
+}
+
+TEST(Slre, FilePatternAcceptsPlainPathNames) {
+    EXPECT_EQ(Match(FILE_PATTERN, "/tmp/pkg-1.0_(x86) [a]+b.rpm"), 28);
+    EXPECT_EQ(Match(FILE_PATTERN, "Temp\\pkg.rpm"), 12);
+    EXPECT_EQ(Match(FILE_PATTERN, "C:\\Temp\\pkg.rpm"), SLRE_NO_MATCH); // no colon
+    EXPECT_EQ(Match(FILE_PATTERN, ""), 0);
+    EXPECT_EQ(Match(FILE_PATTERN, "a*b"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match(FILE_PATTERN, "a;rm -rf"), SLRE_NO_MATCH);
+    EXPECT_EQ(Match(FILE_PATTERN, "a$b"), SLRE_NO_MATCH);
+    EXPECT_EQ(slre_match(0, FILE_PATTERN, "ok.rpm", 6), nullptr);
 }
 
 TEST(Slre, TooManyBranches) {
