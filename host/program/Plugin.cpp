@@ -1,0 +1,80 @@
+#include "Plugin.h"
+
+#include "ProgramError.h"
+
+#include <climits>
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace host {
+namespace {
+
+constexpr const char kPluginFileName[] = "signing.so";
+
+std::string DlError() {
+    const char* error = dlerror();
+    return error != nullptr ? error : "unknown error";
+}
+
+bool IsRegularFile(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string FolderOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return ".";
+    }
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+} // namespace
+
+Plugin::Plugin(const std::string& path) : _Path(path) {
+    if (!IsRegularFile(path)) {
+        throw SetupError("the plug-in '" + path +
+                         "' does not exist or is not a file; build it with 'make build' " +
+                         "or name it with --plugin PATH");
+    }
+    // dlopen looks a name without a slash up in the library search path;
+    // the user means the file in the current folder.
+    std::string openPath = path.find('/') == std::string::npos ? "./" + path : path;
+    dlerror();
+    _Handle = dlopen(openPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (_Handle == nullptr) {
+        throw SetupError("cannot load the plug-in '" + path + "': " + DlError());
+    }
+}
+
+void* Plugin::Symbol(const char* name) const {
+    dlerror();
+    void* address = dlsym(_Handle, name);
+    if (address == nullptr) {
+        throw SetupError("the plug-in '" + _Path + "' has no entry point '" + name + "': " + DlError());
+    }
+    return address;
+}
+
+std::string Plugin::DefaultPath() {
+    std::vector<char> buffer(PATH_MAX + 1, '\0');
+    ssize_t length = readlink("/proc/self/exe", buffer.data(), buffer.size() - 1);
+    if (length <= 0) {
+        throw SetupError(
+            "cannot find this program's own folder to look for the plug-in; name it with --plugin PATH");
+    }
+    std::string folder = FolderOf(std::string(buffer.data(), static_cast<size_t>(length)));
+    std::string beside = folder + "/" + kPluginFileName;
+    std::string above = FolderOf(folder) + "/" + kPluginFileName;
+    for (const std::string& candidate : {beside, above}) {
+        if (IsRegularFile(candidate)) {
+            return candidate;
+        }
+    }
+    throw SetupError("no plug-in found at '" + beside + "' or '" + above +
+                     "'; build it with 'make build' or name it with --plugin PATH");
+}
+
+} // namespace host

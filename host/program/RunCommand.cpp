@@ -1,0 +1,295 @@
+// signing-host run: a session built from a manifest, handed to the plug-in's
+// signing_validate_package_list, with live log and progress and a summary.
+#include "Commands.h"
+
+#include "CommandLine.h"
+#include "HostSession.h"
+#include "LiveOutput.h"
+#include "LogRouting.h"
+#include "Manifest.h"
+#include "MessageCatalogue.h"
+#include "Plugin.h"
+#include "ProgramError.h"
+#include "RpmStatusNames.h"
+#include "RunReport.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+namespace host {
+namespace {
+
+using ValidateFunction = int (*)(session_t*);
+using OrderedJson = nlohmann::ordered_json;
+
+const char* const kPrerequisiteKeys[] = {"SIGNIFICANCE", "SHORT_DESC", "FULL_DESC"};
+
+// The temporary folder the host provides when the manifest names none;
+// removed with its content (the downloaded key) after the run.
+class TemporaryFolder {
+public:
+    TemporaryFolder() = default;
+    ~TemporaryFolder() {
+        if (!_Path.empty()) {
+            std::error_code ignored;
+            std::filesystem::remove_all(_Path, ignored);
+        }
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::string& Create() {
+        const char* base = std::getenv("TMPDIR");
+        std::string pattern =
+            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/signing-host-XXXXXX";
+        std::vector<char> buffer(pattern.begin(), pattern.end());
+        buffer.push_back('\0');
+        if (mkdtemp(buffer.data()) == nullptr) {
+            throw SetupError("cannot create a temporary folder from '" + pattern +
+                             "': " + std::strerror(errno));
+        }
+        _Path = buffer.data();
+        return _Path;
+    }
+
+private:
+    std::string _Path;
+};
+
+// The listeners of one run; removed before the session and the report go.
+class SessionListening {
+public:
+    SessionListening(HostSession& session, RunReport& report, LiveOutput& live) : _Session(session) {
+        _Session.SetWriteListener([&report, &live](const std::string& key, const std::string& value) {
+            report.OnSessionWrite(key, value);
+            if (key == "operation_progress") {
+                live.Progress(value, report.CurrentLabel());
+            }
+        });
+    }
+    ~SessionListening() { _Session.SetWriteListener(nullptr); }
+    SessionListening(const SessionListening&) = delete;
+    SessionListening& operator=(const SessionListening&) = delete;
+
+private:
+    HostSession& _Session;
+};
+
+struct Prerequisite {
+    std::string significance;
+    std::string severity;
+    std::string shortId;
+    std::string fullId;
+};
+
+std::vector<Prerequisite> ReadPrerequisites(const HostSession& session) {
+    std::vector<std::string> significance = SplitPrerequisiteList(session.Value("SIGNIFICANCE"));
+    std::vector<std::string> shortIds = SplitPrerequisiteList(session.Value("SHORT_DESC"));
+    std::vector<std::string> fullIds = SplitPrerequisiteList(session.Value("FULL_DESC"));
+    size_t count = std::max(significance.size(), std::max(shortIds.size(), fullIds.size()));
+    std::vector<Prerequisite> list;
+    for (size_t i = 0; i < count; ++i) {
+        Prerequisite entry;
+        entry.significance = i < significance.size() ? significance[i] : std::string();
+        entry.severity =
+            entry.significance == "1" ? "error" : (entry.significance == "0" ? "warning" : "entry");
+        entry.shortId = i < shortIds.size() ? shortIds[i] : std::string();
+        entry.fullId = i < fullIds.size() ? fullIds[i] : std::string();
+        list.push_back(entry);
+    }
+    return list;
+}
+
+std::string OutcomeText(const ComponentOutcome& outcome) {
+    switch (outcome.kind) {
+    case ComponentOutcome::Kind::Verified:
+        return RpmStatusName(outcome.status) + " (" + std::to_string(outcome.status) + ") " + outcome.message;
+    case ComponentOutcome::Kind::NotAvailable:
+        if (file_exists(outcome.path, false) == 0) {
+            return "not verified: the package file " + outcome.path + " is missing";
+        }
+        return "not verified: its type \"" + outcome.type + "\" is not \"rpm\"";
+    case ComponentOutcome::Kind::NotChecked:
+        break;
+    }
+    return "not checked: the plug-in stopped before the packages (no valid public key)";
+}
+
+const char* OutcomeMark(const ComponentOutcome& outcome) {
+    switch (outcome.kind) {
+    case ComponentOutcome::Kind::Verified:
+        return outcome.status == 0 ? "PASS" : "FAIL";
+    case ComponentOutcome::Kind::NotAvailable:
+        return "SKIP";
+    case ComponentOutcome::Kind::NotChecked:
+        break;
+    }
+    return "----";
+}
+
+std::string ResultText(int result, const RunReport& report) {
+    if (result == 0) {
+        return "every package that was verified is signed";
+    }
+    if (report.AnyFailed()) {
+        return "a package failed the signature check";
+    }
+    return "no valid public key was obtained, so no package was checked";
+}
+
+void PrintSummary(const std::string& manifest, const HostSession& session, const RunReport& report,
+                  int result) {
+    std::printf("Summary of %s\n", manifest.c_str());
+    std::printf("Components:\n");
+    if (report.Components().empty()) {
+        std::printf("  (none)\n");
+    }
+    for (const ComponentOutcome& outcome : report.Components()) {
+        std::printf("  %s  %s/%s: %s\n", OutcomeMark(outcome), outcome.product.c_str(), outcome.name.c_str(),
+                    OutcomeText(outcome).c_str());
+    }
+    std::printf("Prerequisites (SIGNIFICANCE \"%s\"):\n", session.Value("SIGNIFICANCE").c_str());
+    std::vector<Prerequisite> prerequisites = ReadPrerequisites(session);
+    if (prerequisites.empty()) {
+        std::printf("  none recorded\n");
+    }
+    for (const Prerequisite& entry : prerequisites) {
+        std::printf("  %-8s %s [%s]\n", entry.severity.c_str(),
+                    MessageCatalogue::Describe(entry.shortId).c_str(), entry.shortId.c_str());
+        std::printf("  %-8s %s [%s]\n", "", MessageCatalogue::Describe(entry.fullId).c_str(),
+                    entry.fullId.c_str());
+    }
+    std::printf("Result: %d - %s\n", result, ResultText(result, report).c_str());
+}
+
+OrderedJson Described(const std::string& identifier) {
+    OrderedJson item;
+    item["id"] = identifier;
+    const char* sentence = MessageCatalogue::Find(identifier);
+    item["text"] = sentence != nullptr ? OrderedJson(sentence) : OrderedJson(nullptr);
+    return item;
+}
+
+void PrintJson(const std::string& manifest, const std::string& plugin, const HostSession& session,
+               const RunReport& report, int result) {
+    OrderedJson document;
+    document["command"] = "run";
+    document["manifest"] = manifest;
+    document["plugin"] = plugin;
+    document["result"] = result;
+    document["components"] = OrderedJson::array();
+    for (const ComponentOutcome& outcome : report.Components()) {
+        OrderedJson item;
+        item["product"] = outcome.product;
+        item["name"] = outcome.name;
+        item["type"] = outcome.type;
+        item["path"] = outcome.path;
+        switch (outcome.kind) {
+        case ComponentOutcome::Kind::Verified:
+            item["outcome"] = outcome.status == 0 ? "passed" : "failed";
+            item["status"] = outcome.status;
+            item["statusName"] = RpmStatusName(outcome.status);
+            item["message"] = outcome.message;
+            break;
+        case ComponentOutcome::Kind::NotAvailable:
+            item["outcome"] = "not available";
+            break;
+        case ComponentOutcome::Kind::NotChecked:
+            item["outcome"] = "not checked";
+            break;
+        }
+        document["components"].push_back(item);
+    }
+    document["prerequisites"] = OrderedJson::array();
+    for (const Prerequisite& entry : ReadPrerequisites(session)) {
+        OrderedJson item;
+        item["significance"] = entry.significance;
+        item["severity"] = entry.severity;
+        item["short"] = Described(entry.shortId);
+        item["full"] = Described(entry.fullId);
+        document["prerequisites"].push_back(item);
+    }
+    document["progress"] = report.ProgressValues();
+    document["session"] = OrderedJson::object();
+    for (const auto& value : session.Values()) {
+        document["session"][value.first] = value.second;
+    }
+    document["log"] = HostLog::Lines();
+    std::printf("%s\n", document.dump(2, ' ', false, OrderedJson::error_handler_t::replace).c_str());
+}
+
+} // namespace
+
+int RunCommand(const std::vector<std::string>& arguments) {
+    CommandLine line(arguments, {{"--plugin", true},
+                                 {"--log", true},
+                                 {"--json", false},
+                                 {"--help", false},
+                                 {"-h", false},
+                                 {"--version", false}});
+    if (line.Has("--help") || line.Has("-h")) {
+        std::fputs(kRunHelp, stdout);
+        return kExitSuccess;
+    }
+    if (line.Has("--version")) {
+        std::printf("%s\n", VersionText().c_str());
+        return kExitSuccess;
+    }
+    if (line.Positionals().empty()) {
+        throw UsageError("the manifest is missing: give the path of a JSON manifest");
+    }
+    if (line.Positionals().size() > 1) {
+        throw UsageError("only one manifest can be given, but '" + line.Positionals()[1] + "' follows '" +
+                         line.Positionals()[0] + "'");
+    }
+    const std::string manifestPath = line.Positionals()[0];
+
+    // Everything that can fail is checked before the plug-in runs.
+    Manifest manifest = Manifest::Load(manifestPath);
+    Plugin plugin(line.Has("--plugin") ? line.Value("--plugin") : Plugin::DefaultPath());
+    ValidateFunction validate = plugin.Entry<ValidateFunction>("signing_validate_package_list");
+
+    HostSession session;
+    manifest.Apply(session);
+    TemporaryFolder temporary;
+    if (!session.HasValue("TEMP_FOLDER")) {
+        session.SetValue("TEMP_FOLDER", temporary.Create());
+    }
+
+    RunReport report(session);
+    LiveOutput live(stderr, LiveOutput::IsTerminal(stderr));
+    int result;
+    {
+        LogRouting log(line.Value("--log"), [&report, &live](const std::string& text) {
+            report.OnLogLine(text);
+            live.LogLine(text);
+        });
+        SessionListening listening(session, report, live);
+        try {
+            result = validate(&session);
+        } catch (const std::exception& error) {
+            live.Finish();
+            throw SetupError(std::string("signing_validate_package_list ended with an exception: ") +
+                             error.what());
+        }
+        live.Finish();
+    }
+
+    if (line.Has("--json")) {
+        PrintJson(manifestPath, plugin.Path(), session, report, result);
+    } else {
+        PrintSummary(manifestPath, session, report, result);
+    }
+    std::fflush(stdout);
+    // The exit code is the entry point's answer (0 or 1).
+    return result >= 0 && result <= 255 ? result : kExitFailure;
+}
+
+} // namespace host
