@@ -398,8 +398,13 @@ struct Package {
     unsigned char minor = 0;
     int64_t indexCountOverride = -1;
     int64_t dataSizeOverride = -1;
+    // When not empty, the signature header exactly as given.
+    Bytes signatureHeaderBytes;
 
     Bytes SignatureHeader() const {
+        if (!signatureHeaderBytes.empty()) {
+            return signatureHeaderBytes;
+        }
         return HeaderStructure(signatureEntries, indexCountOverride, dataSizeOverride);
     }
 
