@@ -95,7 +95,7 @@ std::list<std::string> Sorted(std::list<std::string> names) {
 // A folder tree for the wildcard tests:
 //   X2.Rpm  a b.rpm  x.rpm  xarpm  y.txt  f(1).txt
 //   a1/k.rpm  a1/deep/z.rpm  a2/k.rpm  b/k.rpm
-class WildcardTree : public ::testing::Test {
+class FileHelperWildcardTree : public ::testing::Test {
 protected:
     void SetUp() override {
         _Root = RealPath(_Dir.Path());
@@ -151,12 +151,12 @@ TEST(FileHelperWildcard, IsPattern) {
     EXPECT_FALSE(FileHelper::IsPattern("[ab].rpm"));
 }
 
-TEST_F(WildcardTree, StarMatchesCaseInsensitivelyAndNotABlank) {
+TEST_F(FileHelperWildcardTree, StarMatchesCaseInsensitivelyAndNotABlank) {
     EXPECT_EQ(Expand(At("*.RPM")), (std::list<std::string>{At("X2.Rpm"), At("x.rpm")}));
     EXPECT_EQ(Expand(At("*.txt")), (std::list<std::string>{At("f(1).txt"), At("y.txt")}));
 }
 
-TEST_F(WildcardTree, QuestionMarkMatchesExactlyOneNameCharacter) {
+TEST_F(FileHelperWildcardTree, QuestionMarkMatchesExactlyOneNameCharacter) {
     EXPECT_EQ(Expand(At("?.rpm")), (std::list<std::string>{At("x.rpm")}));
     EXPECT_EQ(Expand(At("??.rpm")), (std::list<std::string>{At("X2.Rpm")}));
     // A question mark matches the point too, but not the blank.
@@ -164,26 +164,26 @@ TEST_F(WildcardTree, QuestionMarkMatchesExactlyOneNameCharacter) {
     EXPECT_EQ(Expand(At("a?b.rpm")), std::list<std::string>{});
 }
 
-TEST_F(WildcardTree, PointsAndParenthesesAreLiteral) {
+TEST_F(FileHelperWildcardTree, PointsAndParenthesesAreLiteral) {
     EXPECT_EQ(Expand(At("x.rp?")), (std::list<std::string>{At("x.rpm")}));
     EXPECT_EQ(Expand(At("f(1)*")), (std::list<std::string>{At("f(1).txt")}));
     EXPECT_EQ(Expand(At("f(?)*")), (std::list<std::string>{At("f(1).txt")}));
 }
 
-TEST_F(WildcardTree, WildcardInAFolderComponent) {
+TEST_F(FileHelperWildcardTree, WildcardInAFolderComponent) {
     EXPECT_EQ(Expand(At("a?/k.rpm")), (std::list<std::string>{At("a1/k.rpm"), At("a2/k.rpm")}));
     EXPECT_EQ(Expand(At("*/k.rpm")), (std::list<std::string>{At("a1/k.rpm"), At("a2/k.rpm"), At("b/k.rpm")}));
     EXPECT_EQ(Expand(At("*/*/*.rpm")), (std::list<std::string>{At("a1/deep/z.rpm")}));
 }
 
-TEST_F(WildcardTree, DoubleStarSpansFolders) {
+TEST_F(FileHelperWildcardTree, DoubleStarSpansFolders) {
     EXPECT_EQ(Sorted(Expand(At("**.rpm"))), Sorted({At("X2.Rpm"), At("a b.rpm"), At("x.rpm"), At("a1/k.rpm"),
                                                     At("a1/deep/z.rpm"), At("a2/k.rpm"), At("b/k.rpm")}));
     // A trailing slash stands for everything below the folder.
     EXPECT_EQ(Sorted(Expand(At("a1/"))), Sorted({At("a1/k.rpm"), At("a1/deep"), At("a1/deep/z.rpm")}));
 }
 
-TEST_F(WildcardTree, PlainPathsAreKeptWhenTheyExist) {
+TEST_F(FileHelperWildcardTree, PlainPathsAreKeptWhenTheyExist) {
     EXPECT_EQ(Expand(At("y.txt")), (std::list<std::string>{At("y.txt")}));
     EXPECT_EQ(Expand(At("a1")), (std::list<std::string>{At("a1")}));
     EXPECT_EQ(Expand(At("missing.txt")), std::list<std::string>{});
@@ -191,20 +191,20 @@ TEST_F(WildcardTree, PlainPathsAreKeptWhenTheyExist) {
     EXPECT_EQ(Expand(At("y.txt/*")), std::list<std::string>{});
 }
 
-TEST_F(WildcardTree, RelativePatternsStartAtTheWorkingDirectory) {
+TEST_F(FileHelperWildcardTree, RelativePatternsStartAtTheWorkingDirectory) {
     WorkingDirectoryScope cwd(_Root);
     EXPECT_EQ(Expand("*.RPM"), (std::list<std::string>{At("X2.Rpm"), At("x.rpm")}));
     EXPECT_EQ(Expand("b/*"), (std::list<std::string>{At("b/k.rpm")}));
 }
 
-TEST_F(WildcardTree, DriveLetterFormIsKeptAsItIs) {
+TEST_F(FileHelperWildcardTree, DriveLetterFormIsKeptAsItIs) {
     ASSERT_EQ(mkdir(At("C:").c_str(), 0700), 0);
     WriteFile(At("C:/x.rpm"), "x");
     WorkingDirectoryScope cwd(_Root);
     EXPECT_EQ(Expand("C:/*.rpm"), (std::list<std::string>{"C:/x.rpm"}));
 }
 
-TEST_F(WildcardTree, DuplicatesAreNotAddedTwice) {
+TEST_F(FileHelperWildcardTree, DuplicatesAreNotAddedTwice) {
     std::list<std::string> names{At("x.rpm")};
     FileHelper::ParseWildcards(At("*.RPM"), names);
     FileHelper::ParseWildcards(At("x*.rpm"), names);
@@ -253,7 +253,7 @@ TEST(FileHelperWildcard, CandidatesComeFromTheCallback) {
     EXPECT_FALSE(g_ListCalls[1].foldersOnly);
 }
 
-TEST_F(WildcardTree, GetFileList) {
+TEST_F(FileHelperWildcardTree, GetFileList) {
     std::list<std::string> names;
     EXPECT_EQ(FileHelper::GetFileList(_Root, names, false, false), 9);
     EXPECT_EQ(names, (std::list<std::string>{"X2.Rpm", "a b.rpm", "a1", "a2", "b", "f(1).txt", "x.rpm",
