@@ -1,0 +1,380 @@
+#!/usr/bin/env python3
+"""Measures package verification against rpmkeys and the limit program and
+writes the report.
+
+    measure.py --build DIR --corpus DIR --host PROGRAM --out DIR [--quick]
+
+Every case runs each command once as a warm-up (which also brings the files
+into the page cache), then several times with the commands interleaved in a
+rotating order, so that each ratio is taken pair by pair within one run.
+Writes OUT/report.md, OUT/report.png and OUT/results.json and prints the
+table.
+"""
+
+import argparse
+import glob
+import json
+import os
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+MIB = 1 << 20
+MB = 1e6
+
+# Targets of the benchmark.
+TARGET_BIG_PEER = 0.80
+TARGET_BIG_LIMIT = 1.05
+TARGET_SMALL_MS = 0.12
+TARGET_SMALL_PEER = 0.5
+TARGET_PEAK_KB = 12 * 1000  # 12 MB, as /usr/bin/time reports kilobytes
+# Resident growth per verification that counts as none: below one page per
+# thousand verifications.
+GROWTH_TOLERANCE = 4096 / 1000
+
+
+def fail(message):
+    print(f"measure.py: {message}", file=sys.stderr)
+    sys.exit(1)
+
+
+class Tools:
+    def __init__(self, args):
+        self.corpus = os.path.abspath(args.corpus)
+        self.key = os.path.join(self.corpus, "key.asc")
+        self.rpmdb = os.path.join(self.corpus, "rpmdb")
+        self.host = os.path.abspath(args.host)
+        self.limit = os.path.join(args.build, "bench", "bench_limit")
+        self.memory = os.path.join(args.build, "bench", "bench_memory")
+        self.home = tempfile.mkdtemp(prefix="bench-home-")
+        # rpm reads ~/.rpmmacros: a private HOME keeps the user's macros out.
+        self.peer_env = dict(os.environ, HOME=self.home, LC_ALL="C")
+
+    def command(self, who, packages):
+        if who == "ours":
+            return [self.host, "verify", "--key", self.key] + packages, None
+        if who == "peer":
+            return ["rpmkeys", "--dbpath", self.rpmdb, "--checksig"] + packages, self.peer_env
+        if who == "limit":
+            return [self.limit] + packages, None
+        raise ValueError(who)
+
+    def run(self, who, packages):
+        """Seconds of wall time of one run; the command must succeed."""
+        command, env = self.command(who, packages)
+        start = time.perf_counter()
+        result = subprocess.run(command, env=env, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        elapsed = time.perf_counter() - start
+        if result.returncode != 0:
+            fail(f"{who} failed with status {result.returncode} on {len(packages)} package(s): "
+                 f"{' '.join(command[:6])} ...\n{result.stderr.decode(errors='replace')[-2000:]}")
+        return elapsed
+
+    def peak_kb(self, who, packages):
+        """Peak resident memory in kilobytes, from /usr/bin/time."""
+        command, env = self.command(who, packages)
+        with tempfile.NamedTemporaryFile("r", suffix=".time") as out:
+            result = subprocess.run(["/usr/bin/time", "-f", "%M", "-o", out.name] + command, env=env,
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+            if result.returncode != 0:
+                fail(f"{who} failed under /usr/bin/time: {result.stderr.decode(errors='replace')[-2000:]}")
+            return int(out.read().split()[-1])
+
+
+def spread(values):
+    """Relative spread: (max - min) / median."""
+    median = statistics.median(values)
+    return (max(values) - min(values)) / median if median else 0.0
+
+
+def interleaved(tools, packages, runs, whos=("ours", "peer", "limit")):
+    """Warm-up, then runs with the commands in a rotating order."""
+    for who in whos:
+        tools.run(who, packages)
+    times = {who: [] for who in whos}
+    for i in range(runs):
+        order = whos[i % len(whos):] + whos[:i % len(whos)]
+        for who in order:
+            times[who].append(tools.run(who, packages))
+    return times
+
+
+def summarize(times, size, count):
+    """Medians, spreads and pairwise ratios of one case."""
+    case = {"size": size, "count": count, "runs": len(times["ours"])}
+    for who, values in times.items():
+        case[who] = {"median": statistics.median(values), "spread": spread(values), "all": values}
+    for other in ("peer", "limit"):
+        if other in times:
+            ratios = [a / b for a, b in zip(times["ours"], times[other])]
+            case[f"ours/{other}"] = {
+                "median": statistics.median(ratios),
+                "min": min(ratios),
+                "max": max(ratios),
+            }
+    return case
+
+
+def slope(points):
+    """Least-squares slope of (x, y) points."""
+    n = len(points)
+    mean_x = sum(x for x, _ in points) / n
+    mean_y = sum(y for _, y in points) / n
+    den = sum((x - mean_x) ** 2 for x, _ in points)
+    return sum((x - mean_x) * (y - mean_y) for x, y in points) / den if den else 0.0
+
+
+def memory_growth(tools, packages, count, every):
+    output = subprocess.run([tools.memory, tools.key, str(count), str(every)] + packages,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+    if output.returncode != 0:
+        fail(f"bench_memory failed: {output.stderr.decode(errors='replace')[-2000:]}")
+    verify, keyload = [], []
+    for line in output.stdout.decode().splitlines():
+        phase, calls, resident, heap = line.split()
+        (verify if phase == "verify" else keyload).append((int(calls), int(resident), int(heap)))
+    # The first block includes one-time allocations (the store, OpenSSL's
+    # tables): the growth is taken from the first report on.
+    steady = [row for row in verify if row[0] >= every]
+    resident_per_call = slope([(c, r) for c, r, _ in steady])
+    heap_per_call = slope([(c, h) for c, _, h in steady])
+    (_, _, heap0), (loads, _, heap1) = keyload[0], keyload[-1]
+    retained_per_load = (heap1 - heap0) / loads
+    # Each verification checks two PGP signatures, and each loads the key.
+    contract = 2 * retained_per_load
+    return {
+        "count": count,
+        "every": every,
+        "rows": verify,
+        "resident_per_1000": resident_per_call * 1000,
+        "heap_per_1000": heap_per_call * 1000,
+        "heap_per_call": heap_per_call,
+        "retained_per_key_load": retained_per_load,
+        "contract_per_call": contract,
+        "beyond_contract_per_call": heap_per_call - contract,
+    }
+
+
+def ms(seconds):
+    return f"{seconds * 1000:.3f} ms" if seconds < 1 else f"{seconds:.3f} s"
+
+
+def size_name(size):
+    return f"{size // MIB} MiB" if size >= MIB else f"{size / 1024:.1f} KiB"
+
+
+def met(ok):
+    return "**met**" if ok else "**not met**"
+
+
+def report(results, out, quick):
+    lines = []
+    load = results["load"]
+    lines.append("# Verification benchmark")
+    lines.append("")
+    lines.append(f"{'Quick run (reduced corpus and runs). ' if quick else ''}"
+                 f"Machine: {os.cpu_count()} cores; load average before {load['before']}, after {load['after']}. "
+                 "Wall-clock medians of whole commands, files in the page cache; "
+                 "throughput in MB/s (10^6 bytes). Ratios are medians of per-run ratios "
+                 "(commands interleaved), with their min-max; spread is (max - min) / median of the times.")
+    lines.append("")
+    lines.append("| case | ours (signing-host verify) | peer (rpmkeys --checksig) | limit (bench_limit) "
+                 "| ours/peer | ours/limit | spread ours / peer / limit | runs |")
+    lines.append("|---|---|---|---|---|---|---|---|")
+    for case in results["big"]:
+        size = case["size"]
+        cells = [f"{size_name(size)} package"]
+        for who in ("ours", "peer", "limit"):
+            median = case[who]["median"]
+            cells.append(f"{ms(median)} ({size / median / MB:.0f} MB/s)")
+        for other in ("peer", "limit"):
+            r = case[f"ours/{other}"]
+            cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
+        cells.append(" / ".join(f"{case[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
+        cells.append(str(case["runs"]))
+        lines.append("| " + " | ".join(cells) + " |")
+    small = results["small"]
+    n = small["count"]
+    cells = [f"{n} small packages ({size_name(small['size'])} average), one process, per package"]
+    for who in ("ours", "peer", "limit"):
+        cells.append(f"{small[who]['median'] / n * 1000:.4f} ms")
+    for other in ("peer", "limit"):
+        r = small[f"ours/{other}"]
+        cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
+    cells.append(" / ".join(f"{small[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
+    cells.append(str(small["runs"]))
+    lines.append("| " + " | ".join(cells) + " |")
+    startup = results["startup"]
+    cells = ["start-up: one small package, whole command"]
+    for who in ("ours", "peer", "limit"):
+        cells.append(ms(startup[who]["median"]))
+    for other in ("peer", "limit"):
+        r = startup[f"ours/{other}"]
+        cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
+    cells.append(" / ".join(f"{startup[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
+    cells.append(str(startup["runs"]))
+    lines.append("| " + " | ".join(cells) + " |")
+    peak = results["peak"]
+    lines.append(f"| peak resident memory, {n} small packages | {peak['ours'] / 1000:.1f} MB "
+                 f"| {peak['peer'] / 1000:.1f} MB | - | {peak['ours'] / peak['peer']:.3f} | - | - "
+                 f"| {peak['runs']} |")
+    growth = results["growth"]
+    lines.append(f"| resident growth per 1,000 verifications (over {growth['count']:,}) "
+                 f"| {growth['resident_per_1000'] / 1000:.1f} kB (heap {growth['heap_per_1000'] / 1000:.1f} kB) "
+                 "| - | - | - | - | - | 1 |")
+    lines.append("")
+
+    lines.append("## Targets")
+    lines.append("")
+    largest = max(results["big"], key=lambda case: case["size"])
+    big_note = "" if largest["size"] >= 512 * MIB else \
+        f" (quick run: measured on the {size_name(largest['size'])} package instead)"
+    r_peer = largest["ours/peer"]["median"]
+    r_limit = largest["ours/limit"]["median"]
+    targets = []
+    targets.append((f"512 MiB package: ours at most {TARGET_BIG_PEER:.2f} of rpmkeys' time{big_note}",
+                    r_peer <= TARGET_BIG_PEER, f"ratio {r_peer:.3f}"))
+    targets.append((f"512 MiB package: ours at most {TARGET_BIG_LIMIT:.2f} of the limit program's time{big_note}",
+                    r_limit <= TARGET_BIG_LIMIT, f"ratio {r_limit:.3f}"))
+    per_package = small["ours"]["median"] / n * 1000
+    targets.append((f"{n} small packages in one process: at most {TARGET_SMALL_MS} ms per package",
+                    per_package <= TARGET_SMALL_MS, f"{per_package:.4f} ms"))
+    r_small = small["ours/peer"]["median"]
+    targets.append((f"{n} small packages: at most {TARGET_SMALL_PEER} of rpmkeys' time per package",
+                    r_small <= TARGET_SMALL_PEER, f"ratio {r_small:.3f}"))
+    beyond = growth["beyond_contract_per_call"]
+    targets.append(("no heap growth per verification beyond the certificates the store retains",
+                    beyond <= GROWTH_TOLERANCE,
+                    f"heap growth {growth['heap_per_call']:.0f} bytes per verification, of which the store's "
+                    f"two certificates (one per PGP signature check, {growth['retained_per_key_load']:.0f} bytes "
+                    f"each) are {growth['contract_per_call']:.0f} bytes: {beyond:.0f} bytes beyond them; "
+                    f"resident growth {growth['resident_per_1000'] / 1000:.1f} kB per 1,000"))
+    targets.append((f"peak resident memory over {n} small packages under 12 MB",
+                    peak["ours"] < TARGET_PEAK_KB, f"{peak['ours'] / 1000:.1f} MB (rpmkeys {peak['peer'] / 1000:.1f} MB)"))
+    for text, ok, figure in targets:
+        lines.append(f"- {text}: {met(ok)}, {figure}.")
+    lines.append("")
+    lines.append("Throughput against package size: report.png.")
+    if results.get("micro"):
+        lines.append("")
+        lines.append("## Micro-benchmarks (CPU time)")
+        lines.append("")
+        lines.append("| benchmark | CPU time | throughput |")
+        lines.append("|---|---|---|")
+        for bench in results["micro"]:
+            rate = bench.get("bytes_per_second")
+            lines.append(f"| {bench['name']}{' ' + bench['label'] if bench.get('label') else ''} "
+                         f"| {bench['cpu_time']:.2f} {bench['time_unit']} "
+                         f"| {f'{rate / MB:.0f} MB/s' if rate else '-'} |")
+    text = "\n".join(lines) + "\n"
+    with open(os.path.join(out, "report.md"), "w") as f:
+        f.write(text)
+    return text
+
+
+def plot(results, out):
+    import matplotlib
+    matplotlib.use("Agg")
+    import matplotlib.pyplot as plt
+
+    small = results["small"]
+    cases = [(small["size"], {w: small[w]["median"] / small["count"] for w in ("ours", "peer", "limit")})]
+    cases += [(case["size"], {w: case[w]["median"] for w in ("ours", "peer", "limit")}) for case in results["big"]]
+    cases.sort()
+    fig, ax = plt.subplots(figsize=(8, 5))
+    names = {"ours": "signing-host verify", "peer": "rpmkeys --checksig", "limit": "limit (digests only)"}
+    for who, style in (("ours", "o-"), ("peer", "s-"), ("limit", "^--")):
+        ax.plot([size for size, _ in cases], [size / t[who] / MB for size, t in cases], style, label=names[who])
+    ax.set_xscale("log", base=2)
+    ax.set_xlabel("package size (bytes, log scale); smallest point: per package in one process")
+    ax.set_ylabel("throughput (MB/s)")
+    ax.set_title("Package verification throughput (medians)")
+    ax.grid(True, which="both", alpha=0.3)
+    ax.legend()
+    fig.tight_layout()
+    fig.savefig(os.path.join(out, "report.png"), dpi=110)
+
+
+def micro(args, out):
+    program = os.path.join(args.build, "bench", "bench_micro")
+    if not os.path.exists(program):
+        return []
+    json_path = os.path.join(out, "micro.json")
+    min_time = "0.05" if args.quick else "0.5"
+    result = subprocess.run([program, f"--benchmark_min_time={min_time}", f"--benchmark_out={json_path}",
+                             "--benchmark_out_format=json", args.corpus],
+                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    with open(os.path.join(out, "micro.txt"), "wb") as f:
+        f.write(result.stdout)
+    if result.returncode != 0:
+        fail(f"bench_micro failed:\n{result.stdout.decode(errors='replace')[-2000:]}")
+    with open(json_path) as f:
+        data = json.load(f)
+    for bench in data["benchmarks"]:
+        if bench.get("error_occurred"):
+            fail(f"bench_micro: {bench['name']}: {bench.get('error_message')}")
+    return data["benchmarks"]
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True)
+    parser.add_argument("--corpus", required=True)
+    parser.add_argument("--host", required=True)
+    parser.add_argument("--out", required=True)
+    parser.add_argument("--sizes", required=True, help="MiB, comma separated")
+    parser.add_argument("--small", type=int, required=True)
+    parser.add_argument("--quick", action="store_true")
+    args = parser.parse_args()
+    tools = Tools(args)
+    os.makedirs(args.out, exist_ok=True)
+    results = {"quick": args.quick, "load": {"before": " ".join(f"{x:.2f}" for x in os.getloadavg())}}
+
+    results["big"] = []
+    for size in sorted(int(s) for s in args.sizes.split(",") if s):
+        package = os.path.join(tools.corpus, "big", f"big-{size}M.rpm")
+        if size >= 512:
+            runs = 5 if args.quick else 7
+        elif size >= 64:
+            runs = 5 if args.quick else 11
+        else:
+            runs = 11 if args.quick else 31
+        print(f"measure.py: {size} MiB package, {runs} runs", file=sys.stderr)
+        times = interleaved(tools, [package], runs)
+        results["big"].append(summarize(times, os.path.getsize(package), 1))
+
+    packages = sorted(glob.glob(os.path.join(tools.corpus, f"small-{args.small}", "*.rpm")))
+    if len(packages) != args.small:
+        fail(f"expected {args.small} small packages, found {len(packages)}")
+    average = sum(os.path.getsize(p) for p in packages) / len(packages)
+    runs = 5 if args.quick else 11
+    print(f"measure.py: {len(packages)} small packages, {runs} runs", file=sys.stderr)
+    results["small"] = summarize(interleaved(tools, packages, runs), int(average), len(packages))
+    results["startup"] = summarize(interleaved(tools, packages[:1], runs), int(average), 1)
+
+    print("measure.py: peak memory", file=sys.stderr)
+    peak_runs = 3
+    results["peak"] = {
+        "ours": max(tools.peak_kb("ours", packages) for _ in range(peak_runs)),
+        "peer": max(tools.peak_kb("peer", packages) for _ in range(peak_runs)),
+        "runs": peak_runs,
+    }
+    count, every = (2000, 200) if args.quick else (10000, 1000)
+    print(f"measure.py: memory growth over {count} verifications", file=sys.stderr)
+    results["growth"] = memory_growth(tools, packages, count, every)
+
+    print("measure.py: micro-benchmarks", file=sys.stderr)
+    results["micro"] = micro(args, args.out)
+    results["load"]["after"] = " ".join(f"{x:.2f}" for x in os.getloadavg())
+
+    with open(os.path.join(args.out, "results.json"), "w") as f:
+        json.dump(results, f, indent=1)
+    text = report(results, args.out, args.quick)
+    plot(results, args.out)
+    print(text)
+
+
+if __name__ == "__main__":
+    main()
