@@ -1,0 +1,835 @@
+// Damaged and malicious packages and keys, as an installer may be handed
+// them: every truncation and single-byte change of a real signed package and
+// of its real key must give one of the six statuses with a message, and
+// never a pass for a package or key that was changed where it is checked.
+// Lengths that lie (index counts, data sizes, entry offsets, packet lengths,
+// MPI bit counts, a huge Base64 body) must be refused quickly with a clear
+// text and with memory bounded by the input's size.
+#include "TestSupport.h"
+
+#include "Base64.h"
+#include "ByteReader.h"
+#include "CertificateManager.h"
+#include "Exceptions.h"
+#include "FileHelper.h"
+#include "MPI.h"
+#include "PgpMessage.h"
+#include "PgpPacket.h"
+#include "RpmSigner.h"
+#include "RpmSignerCreator.h"
+#include "rpmutil.h"
+
+#include <chrono>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <memory>
+#include <unistd.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define SIGNING_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define SIGNING_TEST_SANITIZED 1
+#endif
+#endif
+
+namespace {
+
+using testsupport::Fixture;
+using testsupport::ReadFile;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+
+#ifdef SIGNING_TEST_SANITIZED
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+const char* const kStatusNames[] = {"signed",       "not signed",        "invalid signature",
+                                    "invalid hash", "invalid structure", "error"};
+
+uint32_t Be32(const std::string& bytes, size_t at) {
+    return LoadBigEndian32(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
+}
+
+void PutBe32(std::string& bytes, size_t at, uint32_t value) {
+    StoreBigEndian32(reinterpret_cast<unsigned char*>(&bytes[at]), value);
+}
+
+// The layout of a package as far as the verification reads it.
+struct PackageLayout {
+    uint32_t signatureCount = 0;
+    uint32_t signatureDataSize = 0;
+    size_t signatureStore = 0; // file offset of the signature data store
+    size_t mainHeader = 0;     // M
+    size_t mainHeaderEnd = 0;
+
+    explicit PackageLayout(const std::string& package) {
+        signatureCount = Be32(package, 104);
+        signatureDataSize = Be32(package, 108);
+        signatureStore = 112 + 16 * size_t(signatureCount);
+        mainHeader = (signatureStore + signatureDataSize + 7) / 8 * 8;
+        mainHeaderEnd =
+            mainHeader + 16 + 16 * size_t(Be32(package, mainHeader + 8)) + Be32(package, mainHeader + 12);
+    }
+
+    // File offset of the index entry of a tag, or 0.
+    size_t EntryOf(const std::string& package, uint32_t tag) const {
+        for (uint32_t i = 0; i < signatureCount; ++i) {
+            if (Be32(package, 112 + 16 * i) == tag) {
+                return 112 + 16 * i;
+            }
+        }
+        return 0;
+    }
+};
+
+// The outcome of many calls: how many ran, per status, and the first few
+// that broke a rule.
+class Tally {
+public:
+    explicit Tally(std::string what) : _What(std::move(what)) {}
+
+    // Checks one result and frees its message; returns the status.
+    int Add(const RPM_RESULT& result, const std::string& description) {
+        ++_Cases;
+        const int status = static_cast<int>(result.status);
+        if (status < RPM_SIGNED || status > RPM_ERROR) {
+            Fail(description + ": status " + std::to_string(status) + " is none of the six");
+        } else {
+            ++_ByStatus[status];
+        }
+        if (result.message == nullptr) {
+            Fail(description + ": null message");
+        }
+        std::free(result.message);
+        return status;
+    }
+
+    void Fail(const std::string& text) {
+        if (_Failures.size() < 20) {
+            _Failures.push_back(text);
+        }
+        ++_FailureCount;
+    }
+
+    size_t Cases() const { return _Cases; }
+
+    void Report() const {
+        std::printf("%s: %zu cases;", _What.c_str(), _Cases);
+        for (int status = 0; status < 6; ++status) {
+            std::printf(" %s %zu%s", kStatusNames[status], _ByStatus[status], status < 5 ? "," : "\n");
+        }
+        std::fflush(stdout);
+        for (const std::string& failure : _Failures) {
+            ADD_FAILURE() << _What << ": " << failure;
+        }
+        EXPECT_EQ(0u, _FailureCount) << _What;
+    }
+
+private:
+    std::string _What;
+    size_t _Cases = 0;
+    size_t _ByStatus[6] = {};
+    size_t _FailureCount = 0;
+    std::vector<std::string> _Failures;
+};
+
+// One file changed in place, case after case: bytes are written back and
+// lengths restored without writing the whole file each time.
+class MutableFile {
+public:
+    MutableFile(const std::string& path, const std::string& original) : _Path(path), _Original(original) {
+        WriteFile(path, original);
+        _Fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        if (_Fd < 0) {
+            throw std::runtime_error("cannot open " + path);
+        }
+    }
+    ~MutableFile() { close(_Fd); }
+    MutableFile(const MutableFile&) = delete;
+    MutableFile& operator=(const MutableFile&) = delete;
+
+    const std::string& Path() const { return _Path; }
+
+    void SetByte(size_t at, unsigned char value) { WriteAt(at, &value, 1); }
+    void RestoreByte(size_t at) { WriteAt(at, _Original.data() + at, 1); }
+    void Truncate(size_t length) {
+        if (ftruncate(_Fd, static_cast<off_t>(length)) != 0) {
+            throw std::runtime_error("cannot truncate " + _Path);
+        }
+    }
+    void RestoreAll() { WriteAt(0, _Original.data(), _Original.size()); }
+
+private:
+    void WriteAt(size_t at, const void* data, size_t size) {
+        if (pwrite(_Fd, data, size, static_cast<off_t>(at)) != static_cast<ssize_t>(size)) {
+            throw std::runtime_error("cannot write " + _Path);
+        }
+    }
+
+    std::string _Path;
+    std::string _Original;
+    int _Fd;
+};
+
+// The four ways every byte is changed.
+struct ByteChange {
+    const char* name;
+    unsigned char (*apply)(unsigned char);
+};
+const ByteChange kByteChanges[] = {
+    {"set 0x00", [](unsigned char) -> unsigned char { return 0x00; }},
+    {"set 0xFF", [](unsigned char) -> unsigned char { return 0xFF; }},
+    {"xor 0x01", [](unsigned char b) -> unsigned char { return b ^ 0x01; }},
+    {"xor 0x80", [](unsigned char b) -> unsigned char { return b ^ 0x80; }},
+};
+
+// Armor as gpg writes it: BEGIN line, blank line, Base64 lines of 64
+// characters, checksum line, END line.
+std::string Armor(const std::string& packets) {
+    soapWrap::Binary binary{reinterpret_cast<unsigned char*>(const_cast<char*>(packets.data())),
+                            static_cast<uint32_t>(packets.size())};
+    const std::string body = Base64::Encode(&binary);
+    std::string armor = "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\n";
+    for (size_t at = 0; at < body.size(); at += 64) {
+        armor += body.substr(at, 64) + "\n";
+    }
+    const unsigned int crc = Radix64::Crc24(packets.data(), packets.size());
+    const unsigned char crcBytes[3] = {static_cast<unsigned char>(crc >> 16),
+                                       static_cast<unsigned char>(crc >> 8), static_cast<unsigned char>(crc)};
+    soapWrap::Binary crcBinary{const_cast<unsigned char*>(crcBytes), 3};
+    armor += "=" + Base64::Encode(&crcBinary) + "\n-----END PGP PUBLIC KEY BLOCK-----\n";
+    return armor;
+}
+
+// The packets inside an armored key file (its Base64 body, decoded).
+std::string Dearmor(const std::string& armor) {
+    const size_t blank = armor.find("\n\n");
+    const size_t checksum = armor.find("\n=", blank);
+    if (blank == std::string::npos || checksum == std::string::npos) {
+        throw std::runtime_error("not an armored key");
+    }
+    std::unique_ptr<soapWrap::Binary> decoded(Base64::Decode(armor.substr(blank + 2, checksum - blank - 2)));
+    std::string packets(reinterpret_cast<char*>(decoded->data), decoded->size);
+    delete[] decoded->data;
+    return packets;
+}
+
+// Verdict and message of RpmSigner::Process for a package and key, the way
+// rpm_verify drives it, but with the message that rpm_verify drops.
+struct ProcessOutcome {
+    int verdict;
+    std::string message;
+    double seconds;
+};
+
+ProcessOutcome ProcessPackage(const std::string& package, const std::string& key) {
+    const auto start = std::chrono::steady_clock::now();
+    CertificateManager::Acquire()->SetPgpPublicKeyFilePath(key);
+    std::unique_ptr<FileHelper> file(new FileHelper(package));
+    RpmSignerCreator creator;
+    if (!creator.IsMe(file.get())) {
+        throw std::runtime_error(package + " is not recognised as a package");
+    }
+    std::unique_ptr<Signer> signer(creator.GetSigner(0));
+    signer->_File = file.release(); // the signer owns and destroys it
+    ProcessOutcome outcome{0, std::string(), 0.0};
+    outcome.verdict = signer->Process(true, false, false, outcome.message);
+    outcome.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return outcome;
+}
+
+// Resident memory of this process, in kB, from /proc/self/status.
+size_t StatusKb(const char* field) {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    const size_t length = std::strlen(field);
+    while (std::getline(in, line)) {
+        if (line.compare(0, length, field) == 0 && line.size() > length && line[length] == ':') {
+            return std::strtoul(line.c_str() + length + 1, nullptr, 10);
+        }
+    }
+    return 0;
+}
+
+// Sets the peak resident size back to the present one.
+bool ResetPeak() {
+    std::ofstream out("/proc/self/clear_refs");
+    out << "5";
+    out.flush();
+    return static_cast<bool>(out);
+}
+
+// Peak resident growth (kB) and time of one operation.
+template <class Operation> std::pair<size_t, double> Measure(Operation operation) {
+    const bool reset = ResetPeak();
+    const size_t before = StatusKb("VmRSS");
+    const auto start = std::chrono::steady_clock::now();
+    operation();
+    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const size_t peak = StatusKb("VmHWM");
+    return {reset && peak > before ? peak - before : 0, seconds};
+}
+
+class HostileInput : public ::testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_FIXTURE(Fixture("rpm/signed-rsa2048-sha256.rpm"));
+        REQUIRE_FIXTURE(Fixture("keys/rsa2048.asc"));
+        _Package = ReadFile(Fixture("rpm/signed-rsa2048-sha256.rpm"));
+        _Key = ReadFile(Fixture("keys/rsa2048.asc"));
+        _KeyPath = Fixture("keys/rsa2048.asc");
+    }
+
+    std::string _Package;
+    std::string _Key;
+    std::string _KeyPath;
+    TempDir _Dir;
+};
+
+// ---------------------------------------------------------------------------
+// Sweeps over the real package
+
+TEST_F(HostileInput, EveryTruncationOfThePackage) {
+    const PackageLayout layout(_Package);
+    ASSERT_LT(layout.mainHeaderEnd, _Package.size());
+    MutableFile file(_Dir.File("package.rpm"), _Package);
+    Tally tally("package truncations");
+
+    RPM_RESULT whole = rpm_verify(file.Path().c_str(), _KeyPath.c_str());
+    ASSERT_EQ(RPM_SIGNED, tally.Add(whole, "whole package"));
+
+    // A spread of lengths into the payload, longest first, then every length
+    // from the end of the main header down to nothing.
+    std::vector<size_t> lengths;
+    const size_t payload = _Package.size() - layout.mainHeaderEnd;
+    for (size_t step = 64; step >= 1; --step) {
+        lengths.push_back(layout.mainHeaderEnd + payload * step / 65);
+    }
+    lengths.push_back(_Package.size() - 1);
+    lengths.push_back(layout.mainHeaderEnd + 1);
+    std::sort(lengths.rbegin(), lengths.rend());
+    for (size_t length = layout.mainHeaderEnd + 1; length-- > 0;) {
+        lengths.push_back(length);
+    }
+    for (size_t length : lengths) {
+        file.Truncate(length);
+        const int status =
+            tally.Add(rpm_verify(file.Path().c_str(), _KeyPath.c_str()), "length " + std::to_string(length));
+        if (status == RPM_SIGNED) {
+            tally.Fail("length " + std::to_string(length) + " passes as signed");
+        }
+    }
+    tally.Report();
+    EXPECT_GT(tally.Cases(), layout.mainHeaderEnd);
+}
+
+TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
+    const PackageLayout layout(_Package);
+    MutableFile file(_Dir.File("package.rpm"), _Package);
+    Tally tally("package byte changes");
+    // Every byte in the normal build; under the sanitizers, which make each
+    // call several times slower, every third byte.
+    const size_t stride = kSanitized ? 3 : 1;
+    for (size_t at = 0; at < layout.mainHeaderEnd; at += stride) {
+        const unsigned char original = static_cast<unsigned char>(_Package[at]);
+        for (const ByteChange& change : kByteChanges) {
+            const unsigned char changed = change.apply(original);
+            if (changed == original) {
+                continue;
+            }
+            file.SetByte(at, changed);
+            const std::string description = "byte " + std::to_string(at) + " " + change.name;
+            const int status = tally.Add(rpm_verify(file.Path().c_str(), _KeyPath.c_str()), description);
+            // The main header is covered by its SHA-1 and by both signatures.
+            if (at >= layout.mainHeader && status == RPM_SIGNED) {
+                tally.Fail(description + " (main header) passes as signed");
+            }
+        }
+        file.RestoreByte(at);
+    }
+    tally.Report();
+    EXPECT_GE(tally.Cases(), 3 * layout.mainHeaderEnd / stride);
+}
+
+// ---------------------------------------------------------------------------
+// Sweeps over the real key
+
+TEST_F(HostileInput, EveryTruncationOfTheKey) {
+    const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+    MutableFile key(_Dir.File("key.asc"), _Key);
+    Tally tally("key truncations");
+    ASSERT_EQ(RPM_SIGNED, tally.Add(rpm_verify(package.c_str(), key.Path().c_str()), "whole key"));
+    // The armor must end after its END line, so no shorter file is a key.
+    for (size_t length = _Key.size(); length-- > 0;) {
+        key.Truncate(length);
+        const int status = tally.Add(rpm_verify(package.c_str(), key.Path().c_str()),
+                                     "key length " + std::to_string(length));
+        if (status == RPM_SIGNED) {
+            tally.Fail("key length " + std::to_string(length) + " passes as signed");
+        }
+    }
+    tally.Report();
+    EXPECT_EQ(_Key.size() + 1, tally.Cases());
+}
+
+TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
+    const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+    MutableFile key(_Dir.File("key.asc"), _Key);
+    Tally tally("key armor byte changes");
+    for (size_t at = 0; at < _Key.size(); ++at) {
+        const unsigned char original = static_cast<unsigned char>(_Key[at]);
+        for (const ByteChange& change : kByteChanges) {
+            const unsigned char changed = change.apply(original);
+            if (changed == original) {
+                continue;
+            }
+            key.SetByte(at, changed);
+            tally.Add(rpm_verify(package.c_str(), key.Path().c_str()),
+                      "key byte " + std::to_string(at) + " " + change.name);
+        }
+        key.RestoreByte(at);
+    }
+    tally.Report();
+    EXPECT_GE(tally.Cases(), 3 * _Key.size());
+}
+
+TEST_F(HostileInput, EveryByteOfTheKeyPacketsChanged) {
+    const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+    const std::string packets = Dearmor(_Key);
+    ASSERT_GT(packets.size(), 300u);
+    // The primary key packet: old-format tag 6 with a 2-byte length; its
+    // modulus MPI follows version, creation time and algorithm.
+    ASSERT_EQ(0x99, static_cast<unsigned char>(packets[0]));
+    const size_t modulusBits = 3 + 6;
+    const size_t modulusBytes =
+        (LoadBigEndian16(reinterpret_cast<const unsigned char*>(packets.data()) + modulusBits) + 7) / 8;
+    const size_t modulusValue = modulusBits + 2;
+
+    const std::string path = _Dir.File("key.asc");
+    Tally tally("key packet byte changes");
+    WriteFile(path, Armor(packets));
+    ASSERT_EQ(RPM_SIGNED, tally.Add(rpm_verify(package.c_str(), path.c_str()), "re-armored key"));
+    for (size_t at = 0; at < packets.size(); ++at) {
+        const unsigned char original = static_cast<unsigned char>(packets[at]);
+        for (const ByteChange& change : kByteChanges) {
+            const unsigned char changed = change.apply(original);
+            if (changed == original) {
+                continue;
+            }
+            std::string mutated = packets;
+            mutated[at] = static_cast<char>(changed);
+            WriteFile(path, Armor(mutated));
+            const std::string description = "packet byte " + std::to_string(at) + " " + change.name;
+            const int status = tally.Add(rpm_verify(package.c_str(), path.c_str()), description);
+            if (at >= modulusValue && at < modulusValue + modulusBytes && status == RPM_SIGNED) {
+                tally.Fail(description + " (modulus) passes as signed");
+            }
+        }
+    }
+    tally.Report();
+    EXPECT_GE(tally.Cases(), 3 * packets.size());
+}
+
+// ---------------------------------------------------------------------------
+// Lengths that lie, in the package
+
+TEST_F(HostileInput, SignatureHeaderCountsAndSizesUpToTheLimit) {
+    const PackageLayout layout(_Package);
+    const std::string path = _Dir.File("package.rpm");
+    const uint32_t size = layout.signatureDataSize;
+    struct Case {
+        uint32_t count;
+        uint32_t dataSize;
+    };
+    const Case cases[] = {{0xFFFFFFFF, size},
+                          {0x7FFFFFFF, size},
+                          {0x10000000, size},
+                          {0x10000, size},
+                          {layout.signatureCount, 0xFFFFFFFF},
+                          {layout.signatureCount, 0x80000000},
+                          {0xFFFFFFFF, 0xFFFFFFFF},
+                          {0x10000, 0xFFFFFFF0}};
+    for (const Case& c : cases) {
+        std::string mutated = _Package;
+        PutBe32(mutated, 104, c.count);
+        PutBe32(mutated, 108, c.dataSize);
+        WriteFile(path, mutated);
+        ProcessOutcome outcome{};
+        const auto cost = Measure([&] { outcome = ProcessPackage(path, _KeyPath); });
+        SCOPED_TRACE("count " + std::to_string(c.count) + ", data size " + std::to_string(c.dataSize));
+        EXPECT_EQ(5, outcome.verdict);
+        EXPECT_EQ(
+            "File operation error: Invalid structure of the file: Signature section: the signature header "
+            "claims " +
+                std::to_string(c.count) + " index entries and " + std::to_string(c.dataSize) +
+                " bytes of data, more than the file holds.",
+            outcome.message);
+        EXPECT_LT(cost.second, 2.0);
+        EXPECT_LT(cost.first, 16u * 1024) << "kB of peak growth";
+    }
+}
+
+TEST_F(HostileInput, SignatureHeaderOfMoreEntriesThanTheWalkCounts) {
+    // 256 entries and a data size that together still fit the file.
+    const std::string path = _Dir.File("package.rpm");
+    std::string mutated = _Package;
+    PutBe32(mutated, 104, 256);
+    PutBe32(mutated, 108, 16);
+    WriteFile(path, mutated);
+    const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+    EXPECT_EQ(5, outcome.verdict);
+    EXPECT_EQ("File operation error: Invalid structure of the file: Signature section: the signature header "
+              "has 256 "
+              "index entries; at most 255 are supported.",
+              outcome.message);
+}
+
+TEST_F(HostileInput, MainHeaderCountsAndSizesUpToTheLimit) {
+    const PackageLayout layout(_Package);
+    const std::string path = _Dir.File("package.rpm");
+    const uint32_t counts[] = {0xFFFFFFFF, 0x10000000, 0x100000};
+    const uint32_t sizes[] = {0xFFFFFFFF, 0x7FFFFFFF, 0x1000000};
+    for (uint32_t count : counts) {
+        for (uint32_t dataSize : sizes) {
+            std::string mutated = _Package;
+            PutBe32(mutated, layout.mainHeader + 8, count);
+            PutBe32(mutated, layout.mainHeader + 12, dataSize);
+            WriteFile(path, mutated);
+            ProcessOutcome outcome{};
+            const auto cost = Measure([&] { outcome = ProcessPackage(path, _KeyPath); });
+            SCOPED_TRACE("count " + std::to_string(count) + ", data size " + std::to_string(dataSize));
+            EXPECT_EQ(5, outcome.verdict);
+            EXPECT_EQ("File operation error: Invalid structure of the file: Header section: the main header "
+                      "claims " +
+                          std::to_string(count) + " index entries and " + std::to_string(dataSize) +
+                          " bytes of data, more than the file holds.",
+                      outcome.message);
+            EXPECT_LT(cost.second, 2.0);
+            EXPECT_LT(cost.first, 16u * 1024) << "kB of peak growth";
+        }
+    }
+}
+
+TEST_F(HostileInput, EntryOffsetsAndCountsOutsideTheDataStore) {
+    const PackageLayout layout(_Package);
+    const std::string path = _Dir.File("package.rpm");
+    struct Case {
+        uint32_t tag;
+        size_t field; // 8 offset, 12 count
+        uint32_t value;
+        const char* detail;
+    };
+    const Case cases[] = {
+        {268, 8, 0xFFFFFFFF,
+         "Signature section: the OpenPGP signature of tag 268 lies outside the data store."},
+        {268, 8, layout.signatureDataSize,
+         "Signature section: the OpenPGP signature of tag 268 lies outside the data store."},
+        {268, 12, 0xFFFFFFFF,
+         "Signature section: the OpenPGP signature of tag 268 lies outside the data store."},
+        {268, 12, layout.signatureDataSize + 1,
+         "Signature section: the OpenPGP signature of tag 268 lies outside the data store."},
+        {1002, 8, 0xFFFFFFF0,
+         "Signature section: the OpenPGP signature of tag 1002 lies outside the data store."},
+        {1002, 12, 0x80000000,
+         "Signature section: the OpenPGP signature of tag 1002 lies outside the data store."},
+        {269, 8, 0xFFFFFFFF,
+         "Signature section: the SHA1 header hash (tag 269) is not a NUL-terminated text inside the data "
+         "store."},
+        {269, 8, layout.signatureDataSize,
+         "Signature section: the SHA1 header hash (tag 269) is not a NUL-terminated text inside the data "
+         "store."},
+        {1004, 8, 0xFFFFFFFF, "Signature section: the MD5 hash (tag 1004) lies outside the data store."},
+        {1004, 8, layout.signatureDataSize - 15,
+         "Signature section: the MD5 hash (tag 1004) lies outside the data store."},
+    };
+    for (const Case& c : cases) {
+        std::string mutated = _Package;
+        const size_t entry = layout.EntryOf(mutated, c.tag);
+        ASSERT_NE(0u, entry) << "tag " << c.tag;
+        PutBe32(mutated, entry + c.field, c.value);
+        WriteFile(path, mutated);
+        const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+        SCOPED_TRACE("tag " + std::to_string(c.tag) + (c.field == 8 ? " offset " : " count ") +
+                     std::to_string(c.value));
+        EXPECT_EQ(5, outcome.verdict);
+        EXPECT_EQ(std::string("File operation error: Invalid structure of the file: ") + c.detail,
+                  outcome.message);
+        EXPECT_LT(outcome.seconds, 2.0);
+    }
+}
+
+TEST_F(HostileInput, SignaturePacketLengthBeyondItsBlob) {
+    const PackageLayout layout(_Package);
+    const size_t entry = layout.EntryOf(_Package, 268);
+    ASSERT_NE(0u, entry);
+    const size_t blob = layout.signatureStore + Be32(_Package, entry + 8);
+    const uint32_t blobLength = Be32(_Package, entry + 12);
+    // gpg writes the signature packet with a 2-byte length.
+    ASSERT_EQ(0x89, static_cast<unsigned char>(_Package[blob]));
+    const std::string path = _Dir.File("package.rpm");
+    std::string mutated = _Package;
+    mutated[blob + 1] = '\xFF';
+    mutated[blob + 2] = '\xFF';
+    WriteFile(path, mutated);
+    const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+    EXPECT_EQ(5, outcome.verdict);
+    EXPECT_EQ(
+        "Invalid format of data: OpenPGP message: packet length runs past the end of the data (65538 bytes "
+        "claimed, " +
+            std::to_string(blobLength) + " left)",
+        outcome.message);
+}
+
+TEST_F(HostileInput, SignatureMpiBitCountUpToTheLimit) {
+    // The signature value is the last MPI of the blob; its bit count sits
+    // right before its bytes.
+    const PackageLayout layout(_Package);
+    const size_t entry = layout.EntryOf(_Package, 268);
+    const size_t blob = layout.signatureStore + Be32(_Package, entry + 8);
+    const uint32_t blobLength = Be32(_Package, entry + 12);
+    size_t bitCount = 0;
+    for (size_t bytes = 256; bytes > 240 && bitCount == 0; --bytes) {
+        const size_t at = blob + blobLength - 2 - bytes;
+        const size_t bits = LoadBigEndian16(reinterpret_cast<const unsigned char*>(_Package.data()) + at);
+        if ((bits + 7) / 8 == bytes) {
+            bitCount = at;
+        }
+    }
+    ASSERT_NE(0u, bitCount);
+    const std::string path = _Dir.File("package.rpm");
+    for (uint16_t bits : {uint16_t(0xFFFF), uint16_t(0x8000), uint16_t(2049)}) {
+        std::string mutated = _Package;
+        mutated[bitCount] = static_cast<char>(bits >> 8);
+        mutated[bitCount + 1] = static_cast<char>(bits & 0xFF);
+        WriteFile(path, mutated);
+        const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+        SCOPED_TRACE("bits " + std::to_string(bits));
+        EXPECT_EQ(5, outcome.verdict);
+        EXPECT_EQ(
+            "Invalid format of data: Size of the multi-precision integers is greater than the buffer length",
+            outcome.message);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Lengths that lie, in the key
+
+TEST_F(HostileInput, KeyModulusBitCountUpToTheLimit) {
+    const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+    const std::string packets = Dearmor(_Key);
+    const std::string path = _Dir.File("key.asc");
+    for (uint16_t bits : {uint16_t(0xFFFF), uint16_t(0x8000), uint16_t(2048 + 8 * 2000)}) {
+        std::string mutated = packets;
+        mutated[9] = static_cast<char>(bits >> 8);
+        mutated[10] = static_cast<char>(bits & 0xFF);
+        WriteFile(path, Armor(mutated));
+        const ProcessOutcome outcome = ProcessPackage(package, path);
+        SCOPED_TRACE("bits " + std::to_string(bits));
+        EXPECT_EQ(5, outcome.verdict);
+        EXPECT_EQ(
+            "Invalid format of data: Size of the multi-precision integers is greater than the buffer length",
+            outcome.message);
+    }
+}
+
+TEST_F(HostileInput, KeyPacketLengthBeyondTheKey) {
+    const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+    const std::string packets = Dearmor(_Key);
+    const std::string path = _Dir.File("key.asc");
+    // The user ID packet (skipped by length) claims far more than is left.
+    const size_t keyLength = 3 + LoadBigEndian16(reinterpret_cast<const unsigned char*>(packets.data()) + 1);
+    ASSERT_EQ(13, (static_cast<unsigned char>(packets[keyLength]) & 0x3C) >> 2);
+    std::string mutated = packets;
+    mutated[keyLength] = static_cast<char>(0x80 | (13 << 2) | 2); // 4-byte length ("6-byte header")
+    mutated.replace(keyLength + 1, 1, std::string("\xFF\xFF\xFF\xF0", 4));
+    WriteFile(path, Armor(mutated));
+    const ProcessOutcome outcome = ProcessPackage(package, path);
+    EXPECT_EQ(5, outcome.verdict);
+    EXPECT_EQ(
+        "Invalid format of data: OpenPGP message: packet length runs past the end of the data (4294967286 "
+        "bytes claimed, " +
+            std::to_string(mutated.size() - keyLength) + " left)",
+        outcome.message);
+}
+
+// ---------------------------------------------------------------------------
+// The packet readers with lengths that lie
+
+TEST(HostilePackets, LengthTagBeyondTheInput) {
+    unsigned int header = 0;
+    char huge[6] = {'\x8A', '\xFF', '\xFF', '\xFF', '\xFF', 0};
+    try {
+        PgpPacket::ParseLengthTag(huge, sizeof(huge), header);
+        ADD_FAILURE() << "no exception";
+    } catch (const DataFormatException& error) {
+        EXPECT_STREQ("Invalid format of data: OpenPGP packet header: packet length 4294967295 is too large",
+                     error.what());
+    }
+    // A length type whose octets are not there.
+    char cut[2] = {'\x8A', '\x01'};
+    try {
+        PgpPacket::ParseLengthTag(cut, sizeof(cut), header);
+        ADD_FAILURE() << "no exception";
+    } catch (const DataFormatException& error) {
+        EXPECT_STREQ(
+            "Invalid format of data: OpenPGP packet header: packet length runs past the end of the data (4 "
+            "bytes needed, 1 left)",
+            error.what());
+    }
+    // The largest length that still adds up is accepted as a number; the
+    // message then refuses it against what is there.
+    char largest[6] = {'\xB6', '\xFF', '\xFF', '\xFF', '\xF9', 0};
+    EXPECT_EQ(0xFFFFFFFFu, PgpPacket::ParseLengthTag(largest, sizeof(largest), header));
+    EXPECT_EQ(6u, header);
+    try {
+        PgpMessage message(largest, sizeof(largest));
+        ADD_FAILURE() << "no exception";
+    } catch (const DataFormatException& error) {
+        EXPECT_STREQ("Invalid format of data: OpenPGP message: packet length runs past the end of the data "
+                     "(4294967295 bytes claimed, 6 left)",
+                     error.what());
+    }
+}
+
+TEST(HostilePackets, MpiBitCountsUpToTheLimit) {
+    std::vector<char> data(2 + 300, '\x5A');
+    for (unsigned int bits : {0xFFFFu, 0x8001u, 2401u}) {
+        data[0] = static_cast<char>(bits >> 8);
+        data[1] = static_cast<char>(bits & 0xFF);
+        try {
+            MPI mpi(data.data(), 300);
+            ADD_FAILURE() << "no exception for " << bits;
+        } catch (const DataFormatException& error) {
+            EXPECT_STREQ("Invalid format of data: Size of the multi-precision integers is greater than the "
+                         "buffer length",
+                         error.what());
+        }
+        // A bound that claims everything is still held to the buffer.
+        try {
+            MPI mpi(data.data(), ULONG_MAX, data.size());
+            ADD_FAILURE() << "no exception for " << bits;
+        } catch (const DataFormatException& error) {
+            EXPECT_EQ(
+                "Invalid format of data: Multi-precision integer: value runs past the end of the data (" +
+                    std::to_string((bits + 7) / 8) + " bytes needed, 300 left)",
+                error.what());
+        }
+    }
+    // 2400 bits are exactly 300 bytes.
+    data[0] = static_cast<char>(2400 >> 8);
+    data[1] = static_cast<char>(2400 & 0xFF);
+    MPI fits(data.data(), 300);
+    EXPECT_EQ(300u, fits.GetLengthInBytes());
+}
+
+TEST(HostilePackets, SignatureWithHugeHashedLength) {
+    // Version 4 signature whose hashed area claims 65535 bytes.
+    std::string packet = std::string("\x88\x0A\x04\x00\x01\x08\xFF\xFF", 8) + std::string(4, '\0');
+    try {
+        PgpSignatureData signature(&packet[0], static_cast<unsigned int>(packet.size()));
+        ADD_FAILURE() << "no exception";
+    } catch (const DataFormatException& error) {
+        EXPECT_STREQ(
+            "Invalid format of data: OpenPGP signature packet: hashed subpackets runs past the end of the "
+            "data (65535 bytes needed, 4 left)",
+            error.what());
+    }
+    // Version 3 whose signed hashed length octet becomes 0xFF80.
+    std::string v3 = std::string("\x88\x10\x03\x80", 4) + std::string(14, '\0');
+    try {
+        PgpSignatureData signature(&v3[0], static_cast<unsigned int>(v3.size()));
+        ADD_FAILURE() << "no exception";
+    } catch (const DataFormatException& error) {
+        EXPECT_STREQ(
+            "Invalid format of data: OpenPGP signature packet: hashed data runs past the end of the data "
+            "(65408 bytes needed, 14 left)",
+            error.what());
+    }
+}
+
+// ---------------------------------------------------------------------------
+// A huge Base64 body
+
+// Size of the huge body: a few hundred megabytes in the normal build; less
+// under the sanitizers, whose shadow memory and slower loops would multiply
+// both.
+constexpr size_t kHugeBody = kSanitized ? (64u << 20) : (300u << 20);
+
+TEST(HostileBase64, HugeValidBodyDecodesInBoundedMemory) {
+    // Lines of 64 characters, each ending with a line feed.
+    std::string text(kHugeBody / 65 * 65, 'A');
+    for (size_t at = 64; at < text.size(); at += 65) {
+        text[at] = '\n';
+    }
+    unsigned int decodedLength = 0;
+    std::unique_ptr<char[]> decoded;
+    const auto cost = Measure([&] {
+        decoded.reset(Base64::Decode(text.data(), static_cast<unsigned int>(text.size()), decodedLength));
+    });
+    const size_t sextets = text.size() / 65 * 64;
+    ASSERT_EQ(0u, sextets % 4);
+    EXPECT_EQ(sextets / 4 * 3, decodedLength);
+    EXPECT_EQ(0, decoded[0]);
+    EXPECT_EQ(0, decoded[decodedLength - 1]);
+    decoded.reset();
+    std::printf("Base64 body of %zu MB: %.2f s, peak growth %zu MB\n", text.size() >> 20, cost.second,
+                cost.first >> 10);
+    // Decoding allocates one array of the input's size.
+    EXPECT_LT(cost.first, 3 * (text.size() >> 10));
+    EXPECT_LT(cost.second, kSanitized ? 60.0 : 20.0);
+}
+
+TEST(HostileBase64, HugeBodyWithOneBadCharacterAtTheEnd) {
+    std::string text(kHugeBody, 'A');
+    text[text.size() - 1] = ' ';
+    unsigned int decodedLength = 0;
+    const auto cost = Measure([&] {
+        try {
+            std::unique_ptr<char[]> decoded(
+                Base64::Decode(text.data(), static_cast<unsigned int>(text.size()), decodedLength));
+            ADD_FAILURE() << "no exception";
+        } catch (const Base64OperationException& error) {
+            EXPECT_STREQ("Base64 data decoding error: bad character in input", error.what());
+        }
+    });
+    EXPECT_LT(cost.first, 3 * (text.size() >> 10));
+    EXPECT_LT(cost.second, kSanitized ? 60.0 : 20.0);
+}
+
+TEST(HostileBase64, HugeArmoredKeyFileIsRefusedInBoundedMemory) {
+    REQUIRE_FIXTURE(Fixture("rpm/signed-rsa2048-sha256.rpm"));
+    TempDir dir;
+    const std::string keyPath = dir.File("huge.asc");
+    size_t fileSize = 0;
+    {
+        // Lines of 64 characters, each ending with a line feed.
+        std::string body(kHugeBody / 65 * 65, 'A');
+        for (size_t at = 64; at < body.size(); at += 65) {
+            body[at] = '\n';
+        }
+        const std::string armor =
+            "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\n" + body + "=AAAA\n-----END PGP PUBLIC KEY BLOCK-----\n";
+        WriteFile(keyPath, armor);
+        fileSize = armor.size();
+    }
+    ProcessOutcome outcome{};
+    const auto cost =
+        Measure([&] { outcome = ProcessPackage(Fixture("rpm/signed-rsa2048-sha256.rpm"), keyPath); });
+    std::printf("armored key file of %zu MB: %.2f s, peak growth %zu MB\n", fileSize >> 20, cost.second,
+                cost.first >> 10);
+    // The body decodes to zero bytes, and a zero tag byte is no packet the
+    // key reader knows.
+    EXPECT_EQ(5, outcome.verdict);
+    EXPECT_EQ("Invalid format of data: Unsupported packet tag", outcome.message);
+    // The file is read once into memory and decoded into an array of its
+    // size.
+    EXPECT_LT(cost.first, 3 * (fileSize >> 10));
+    EXPECT_LT(cost.second, kSanitized ? 90.0 : 30.0);
+}
+
+} // namespace
