@@ -127,23 +127,31 @@ def slope(points):
 
 
 def memory_growth(tools, packages, count, every):
-    output = subprocess.run([tools.memory, tools.key, str(count), str(every)] + packages,
+    output = subprocess.run([tools.memory, tools.key, os.path.join(tools.corpus, "data.sig"),
+                             os.path.join(tools.corpus, "data.bin"), str(count), str(every)] + packages,
                             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
     if output.returncode != 0:
         fail(f"bench_memory failed: {output.stderr.decode(errors='replace')[-2000:]}")
-    verify, keyload = [], []
+    phases = {"verify": [], "keyload": [], "keycheck": []}
     for line in output.stdout.decode().splitlines():
         phase, calls, resident, heap = line.split()
-        (verify if phase == "verify" else keyload).append((int(calls), int(resident), int(heap)))
+        phases[phase].append((int(calls), int(resident), int(heap)))
+    verify = phases["verify"]
     # The first block includes one-time allocations (the store, OpenSSL's
     # tables): the growth is taken from the first report on.
     steady = [row for row in verify if row[0] >= every]
     resident_per_call = slope([(c, r) for c, r, _ in steady])
     heap_per_call = slope([(c, h) for c, _, h in steady])
-    (_, _, heap0), (loads, _, heap1) = keyload[0], keyload[-1]
-    retained_per_load = (heap1 - heap0) / loads
-    # Each verification checks two PGP signatures, and each loads the key.
-    contract = 2 * retained_per_load
+
+    def per_call(rows):
+        (_, _, heap0), (calls, _, heap1) = rows[0], rows[-1]
+        return (heap1 - heap0) / calls
+
+    retained_per_load = per_call(phases["keyload"])
+    retained_per_check = per_call(phases["keycheck"])
+    # Each verification checks two PGP signatures; each check loads the key
+    # into a certificate that the store keeps, and uses it once.
+    contract = 2 * retained_per_check
     return {
         "count": count,
         "every": every,
@@ -152,6 +160,7 @@ def memory_growth(tools, packages, count, every):
         "heap_per_1000": heap_per_call * 1000,
         "heap_per_call": heap_per_call,
         "retained_per_key_load": retained_per_load,
+        "retained_per_check": retained_per_check,
         "contract_per_call": contract,
         "beyond_contract_per_call": heap_per_call - contract,
     }
@@ -248,8 +257,10 @@ def report(results, out, quick):
     targets.append(("no heap growth per verification beyond the certificates the store retains",
                     beyond <= GROWTH_TOLERANCE,
                     f"heap growth {growth['heap_per_call']:.0f} bytes per verification, of which the store's "
-                    f"two certificates (one per PGP signature check, {growth['retained_per_key_load']:.0f} bytes "
-                    f"each) are {growth['contract_per_call']:.0f} bytes: {beyond:.0f} bytes beyond them; "
+                    f"two certificates (one per PGP signature check, {growth['retained_per_check']:.0f} bytes "
+                    f"each once used: {growth['retained_per_key_load']:.0f} bytes as loaded, the rest is "
+                    f"the RSA key's cached Montgomery context) are {growth['contract_per_call']:.0f} bytes: "
+                    f"{beyond:.0f} bytes beyond them; "
                     f"resident growth {growth['resident_per_1000'] / 1000:.1f} kB per 1,000"))
     targets.append((f"peak resident memory over {n} small packages under 12 MB",
                     peak["ours"] < TARGET_PEAK_KB, f"{peak['ours'] / 1000:.1f} MB (rpmkeys {peak['peer'] / 1000:.1f} MB)"))
