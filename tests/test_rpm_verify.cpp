@@ -1,0 +1,575 @@
+// The exported single-package check: statuses and messages for real
+// packages made by rpmbuild and rpmsign, rpm's own test packages, broken
+// and truncated files, agreement with rpmkeys, and memory use over many calls.
+#include "CertificateManager.h"
+#include "Csp.h"
+#include "Fixtures.h"
+#include "PgpCertificate.h"
+#include "RpmTestBuilder.h"
+#include "TestSupport.h"
+#include "rpmutil.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define SIGNING_UNDER_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define SIGNING_UNDER_ASAN 1
+#endif
+#endif
+
+namespace {
+
+using rpmtest::Bytes;
+
+// The status and message of one call; the message is released here.
+struct Result {
+    int status;
+    std::string message;
+};
+
+Result Verify(const std::string& file, const std::string& key) {
+    RPM_RESULT result = rpm_verify(file.c_str(), key.c_str());
+    Result copy{result.status, result.message != nullptr ? result.message : "<null>"};
+    std::free(result.message);
+    return copy;
+}
+
+std::string Key(const std::string& name) {
+    return fixtures::KeyArmored(name);
+}
+
+std::string Signed(const std::string& file) {
+    return file + " is signed.";
+}
+std::string InvalidSignature(const std::string& file) {
+    return file + " has invalid signature.";
+}
+std::string InvalidHash(const std::string& file) {
+    return file + " has invalid hash.";
+}
+std::string NotRpm(const std::string& file) {
+    return file + " is not an RPM file.";
+}
+std::string Internal(const std::string& file) {
+    return "Internal error occured while verifying " + file;
+}
+
+// ------------------------------------------------------------ the record
+
+TEST(RpmVerifyRecord, StatusNumbersAndLayout) {
+    EXPECT_EQ(0, RPM_SIGNED);
+    EXPECT_EQ(1, RPM_NOT_SIGNED);
+    EXPECT_EQ(2, RPM_INVALID_SIGNATURE);
+    EXPECT_EQ(3, RPM_INVALID_HASH);
+    EXPECT_EQ(4, RPM_INVALID_STRUCTURE);
+    EXPECT_EQ(5, RPM_ERROR);
+    EXPECT_EQ(4u, sizeof(RPM_STATUS));
+    EXPECT_EQ(0u, offsetof(RPM_RESULT, status));
+    EXPECT_EQ(sizeof(void*), offsetof(RPM_RESULT, message));
+    EXPECT_EQ(2 * sizeof(void*), sizeof(RPM_RESULT));
+}
+
+TEST(RpmVerifyRecord, ResponseCopiesTheText) {
+    const std::string text = "some text";
+    RPM_RESULT result = response(RPM_INVALID_HASH, text);
+    EXPECT_EQ(RPM_INVALID_HASH, result.status);
+    EXPECT_STREQ("some text", result.message);
+    EXPECT_NE(text.c_str(), result.message);
+    std::free(result.message);
+
+    result = response(RPM_SIGNED, "");
+    EXPECT_EQ(RPM_SIGNED, result.status);
+    EXPECT_STREQ("", result.message);
+    std::free(result.message);
+}
+
+TEST(RpmVerifyRecord, ResponseWhenMemoryRunsOut) {
+#ifdef SIGNING_UNDER_ASAN
+    GTEST_SKIP() << "the sanitizer's allocator does not honour an address-space limit";
+#else
+    // In a child process: a text too large for the address space left.
+    pid_t child = fork();
+    ASSERT_NE(-1, child);
+    if (child == 0) {
+        int code = 2;
+        try {
+            const std::string huge(256u << 20, 'x');
+            struct rlimit limit;
+            getrlimit(RLIMIT_AS, &limit);
+            std::ifstream statm("/proc/self/statm");
+            unsigned long pages = 0;
+            statm >> pages;
+            limit.rlim_cur = pages * static_cast<unsigned long>(sysconf(_SC_PAGESIZE)) + (16u << 20);
+            setrlimit(RLIMIT_AS, &limit);
+            RPM_RESULT result = response(RPM_SIGNED, huge);
+            code = result.status == RPM_ERROR && result.message != nullptr &&
+                           std::strcmp(result.message, "Internal error.") == 0
+                       ? 0
+                       : 1;
+            // The message may be released like any other.
+            std::free(result.message);
+        } catch (...) {
+        }
+        _exit(code);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+#endif
+}
+
+// ----------------------------------------------------- fixture packages
+
+TEST(RpmVerifyFixtures, SignedPackagesAreSigned) {
+    for (const auto& package : fixtures::SignedPackages()) {
+        REQUIRE_FIXTURE(package.path);
+        Result result = Verify(package.path, Key(package.key));
+        EXPECT_EQ(RPM_SIGNED, result.status) << package.name;
+        EXPECT_EQ(Signed(package.path), result.message);
+    }
+}
+
+TEST(RpmVerifyFixtures, BinaryAndCrlfKeysToo) {
+    const std::string package = fixtures::Package("signed-rsa4096-sha512.rpm");
+    for (const std::string& key : {fixtures::KeyBinary("rsa4096"), fixtures::KeyArmoredCrlf("rsa4096")}) {
+        Result result = Verify(package, key);
+        EXPECT_EQ(RPM_SIGNED, result.status) << key;
+        EXPECT_EQ(Signed(package), result.message);
+    }
+}
+
+TEST(RpmVerifyFixtures, HeaderOnlySignatureIsAnUnknownError) {
+    const std::string package = fixtures::Package("headeronly-rsa2048-sha256.rpm");
+    Result result = Verify(package, Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ("Unknown error", result.message);
+}
+
+TEST(RpmVerifyFixtures, UnsignedPackageIsAnInternalError) {
+    // Never RPM_NOT_SIGNED: without a header-only signature the hash
+    // algorithm cannot be chosen.
+    const std::string package = fixtures::Package("unsigned.rpm");
+    Result result = Verify(package, Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(Internal(package), result.message);
+}
+
+TEST(RpmVerifyFixtures, TamperedPackagesHaveInvalidHashes) {
+    for (const char* name : {"tampered-payload.rpm", "tampered-header.rpm"}) {
+        const std::string package = fixtures::Package(name);
+        Result result = Verify(package, Key("rsa2048"));
+        EXPECT_EQ(RPM_INVALID_HASH, result.status) << name;
+        EXPECT_EQ(InvalidHash(package), result.message);
+    }
+}
+
+TEST(RpmVerifyFixtures, FailedRsaCheckIsAnInternalError) {
+    for (const char* name : {"badsig-header.rpm", "badsig-payload.rpm"}) {
+        const std::string package = fixtures::Package(name);
+        REQUIRE_FIXTURE(package);
+        Result result = Verify(package, Key("rsa2048"));
+        EXPECT_EQ(RPM_ERROR, result.status) << name;
+        EXPECT_EQ(Internal(package), result.message);
+    }
+}
+
+TEST(RpmVerifyFixtures, AnotherKeyGivesInvalidSignature) {
+    for (const auto& package : fixtures::SignedPackages()) {
+        const std::string other = package.key == "other2048" ? "rsa2048" : "other2048";
+        Result result = Verify(package.path, Key(other));
+        EXPECT_EQ(RPM_INVALID_SIGNATURE, result.status) << package.name;
+        EXPECT_EQ(InvalidSignature(package.path), result.message);
+    }
+    const std::string package = fixtures::Package("signed-rsa2048-sha256.rpm");
+    Result result = Verify(package, Key("rsa4096"));
+    EXPECT_EQ(RPM_INVALID_SIGNATURE, result.status);
+}
+
+TEST(RpmVerifyFixtures, NotAPackage) {
+    const std::string file = fixtures::NotAPackage();
+    Result result = Verify(file, Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(NotRpm(file), result.message);
+}
+
+TEST(RpmVerifyFixtures, MissingFileGivesTheFileError) {
+    testsupport::TempDir folder;
+    const std::string missing = folder.File("gone.rpm");
+    Result result = Verify(missing, Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ("File operation error: File not found: Cannot get status for '" + missing +
+                  "': No such file or directory",
+              result.message);
+}
+
+TEST(RpmVerifyFixtures, FolderIsNotAnRpmFile) {
+    testsupport::TempDir folder;
+    Result result = Verify(folder.Path(), Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(NotRpm(folder.Path()), result.message);
+}
+
+TEST(RpmVerifyFixtures, MissingOrBrokenKeyFile) {
+    testsupport::TempDir folder;
+    const std::string package = fixtures::Package("signed-rsa2048-sha256.rpm");
+    Result result = Verify(package, folder.File("absent.asc"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(Internal(package), result.message);
+
+    testsupport::WriteFile(folder.File("broken.asc"), "<html>http://example.org</html>\n");
+    result = Verify(package, folder.File("broken.asc"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(Internal(package), result.message);
+}
+
+TEST(RpmVerifyFixtures, EmptyTextsArePassedOn) {
+    Result result = Verify("", Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ("File operation error: File not found: Cannot get status for '': No such file or directory",
+              result.message);
+    EXPECT_EQ(Key("rsa2048"), CertificateManager::_Self->GetPgpPublicKeyFilePath());
+
+    const std::string package = fixtures::Package("signed-rsa2048-sha1.rpm");
+    result = Verify(package, "");
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(Internal(package), result.message);
+    EXPECT_EQ("", CertificateManager::_Self->GetPgpPublicKeyFilePath());
+}
+
+TEST(RpmVerifyFixtures, FileNameIsUsedAsGiven) {
+    const std::string package = testsupport::FixturesDir() + "/rpm/../rpm//signed-rsa2048-sha256.rpm";
+    Result result = Verify(package, Key("rsa2048"));
+    EXPECT_EQ(RPM_SIGNED, result.status);
+    EXPECT_EQ(package + " is signed.", result.message);
+}
+
+TEST(RpmVerifyFixtures, StoreKeepsTheLatestKeyPathAndCountsAcquisitions) {
+    const unsigned int before = CertificateManager::_Count;
+    Verify(fixtures::Package("signed-rsa2048-sha256.rpm"), Key("rsa2048"));
+    ASSERT_NE(nullptr, CertificateManager::_Self);
+    CertificateManager* store = CertificateManager::_Self;
+    Verify(fixtures::Package("signed-rsa4096-sha256.rpm"), Key("rsa4096"));
+    EXPECT_EQ(store, CertificateManager::_Self);
+    EXPECT_EQ(Key("rsa4096"), store->GetPgpPublicKeyFilePath());
+    // Also the calls that end early acquire the store.
+    Verify(fixtures::NotAPackage(), Key("other2048"));
+    EXPECT_EQ(Key("other2048"), store->GetPgpPublicKeyFilePath());
+    EXPECT_EQ(before + 3, CertificateManager::_Count);
+}
+
+// ------------------------------------------- synthetic and broken packages
+
+class RpmVerifyFiles : public ::testing::Test {
+protected:
+    std::string Write(const Bytes& content, const std::string& name = "package.rpm") {
+        const std::string path = _Folder.File(name);
+        testsupport::WriteBytes(path, content);
+        return path;
+    }
+    testsupport::TempDir _Folder;
+};
+
+TEST_F(RpmVerifyFiles, ShortFilesAreNotRpmFiles) {
+    const Bytes full = testsupport::ReadBytes(fixtures::Package("signed-rsa2048-sha256.rpm"));
+    for (size_t length = 0; length < 6; ++length) {
+        const std::string path = Write(Bytes(full.begin(), full.begin() + static_cast<long>(length)));
+        Result result = Verify(path, Key("rsa2048"));
+        EXPECT_EQ(RPM_ERROR, result.status) << length;
+        EXPECT_EQ(NotRpm(path), result.message) << length;
+    }
+}
+
+TEST_F(RpmVerifyFiles, OtherLeadVersionsAreNotRpmFiles) {
+    Bytes content = testsupport::ReadBytes(fixtures::Package("signed-rsa2048-sha256.rpm"));
+    content[5] = 1;
+    const std::string path = Write(content);
+    Result result = Verify(path, Key("rsa2048"));
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(NotRpm(path), result.message);
+}
+
+TEST_F(RpmVerifyFiles, TruncatedPackages) {
+    const std::string source = fixtures::Package("signed-rsa2048-sha256.rpm");
+    const Bytes full = testsupport::ReadBytes(source);
+    fixtures::RpmRegions regions;
+    ASSERT_TRUE(fixtures::ParseRpmRegions(full, regions));
+    const size_t lengths[] = {6,
+                              50,
+                              96,
+                              97,
+                              111,
+                              112,
+                              113,
+                              200,
+                              regions.mainHeader - 1,
+                              regions.mainHeader,
+                              regions.mainHeader + 15,
+                              regions.mainHeader + 16,
+                              regions.payload - 1,
+                              regions.payload,
+                              regions.payload + 1,
+                              (regions.payload + regions.size) / 2,
+                              regions.size - 1,
+                              regions.size};
+    for (size_t length : lengths) {
+        const std::string path = Write(Bytes(full.begin(), full.begin() + static_cast<long>(length)));
+        Result result = Verify(path, Key("rsa2048"));
+        ASSERT_GE(result.status, 0);
+        ASSERT_LE(result.status, 5);
+        // The main header complete, the payload cut: only the MD5 differs.
+        if (length == regions.size) {
+            EXPECT_EQ(RPM_SIGNED, result.status);
+            EXPECT_EQ(Signed(path), result.message);
+        } else if (length >= regions.payload) {
+            EXPECT_EQ(RPM_INVALID_HASH, result.status) << length;
+            EXPECT_EQ(InvalidHash(path), result.message) << length;
+        } else {
+            EXPECT_EQ(RPM_ERROR, result.status) << length;
+            EXPECT_EQ(Internal(path), result.message) << length;
+        }
+    }
+}
+
+TEST_F(RpmVerifyFiles, DamagedSignatureHeaders) {
+    // Bytes of the lead's tail, the signature header and the start of the
+    // main header changed in turn: any status, never a crash or a read
+    // outside the data (the sanitizer build checks that). Every byte of the
+    // records and the index, every fifth byte of the data store.
+    const Bytes full = testsupport::ReadBytes(fixtures::Package("signed-rsa2048-sha1.rpm"));
+    fixtures::RpmRegions regions;
+    ASSERT_TRUE(fixtures::ParseRpmRegions(full, regions));
+    const size_t storeStart = 112 + 16 * size_t(regions.signatureIndexCount);
+    std::map<int, int> statuses;
+    const std::string path = _Folder.File("damaged.rpm");
+    for (size_t at = 76; at < regions.mainHeader + 32; ++at) {
+        const bool inStore = at >= storeStart && at < regions.mainHeader;
+        if (inStore && (at - storeStart) % 5 != 0) {
+            continue;
+        }
+        for (unsigned char flip : {0x01, 0xFF}) {
+            if (inStore && flip == 0x01) {
+                continue;
+            }
+            Bytes damaged = full;
+            damaged[at] ^= flip;
+            testsupport::WriteBytes(path, damaged);
+            Result result = Verify(path, Key("rsa2048"));
+            ASSERT_GE(result.status, 0) << at;
+            ASSERT_LE(result.status, 5) << at;
+            ASSERT_FALSE(result.message.empty()) << at;
+            ++statuses[result.status];
+        }
+    }
+    // Changes are caught as a broken structure, a wrong digest or signature.
+    EXPECT_GT(statuses[RPM_ERROR], 0);
+    EXPECT_GT(statuses[RPM_INVALID_HASH] + statuses[RPM_INVALID_SIGNATURE], 0);
+}
+
+TEST_F(RpmVerifyFiles, HugeCountsInTheSignatureHeader) {
+    const Bytes full = testsupport::ReadBytes(fixtures::Package("signed-rsa2048-sha256.rpm"));
+    for (size_t at : {104u, 108u}) {
+        for (uint32_t value : {0xFFFFFFFFu, 0x10000000u, 0x00FFFFFFu}) {
+            Bytes damaged = full;
+            damaged[at] = static_cast<unsigned char>(value >> 24);
+            damaged[at + 1] = static_cast<unsigned char>(value >> 16);
+            damaged[at + 2] = static_cast<unsigned char>(value >> 8);
+            damaged[at + 3] = static_cast<unsigned char>(value);
+            const std::string path = Write(damaged);
+            Result result = Verify(path, Key("rsa2048"));
+            EXPECT_EQ(RPM_ERROR, result.status);
+            EXPECT_EQ(Internal(path), result.message);
+        }
+    }
+}
+
+TEST_F(RpmVerifyFiles, SyntheticPackagesWithTheirOwnKey) {
+    const auto& own = rpmtest::OwnKey::Get();
+    rpmtest::Package package;
+    package.payload = rpmtest::Payload(100000);
+    package.SignWith(own.Key(), own.Spec(4, rpmtest::kPgpSha256));
+    std::string path = Write(package.Build());
+    Result result = Verify(path, own.KeyFile());
+    EXPECT_EQ(RPM_SIGNED, result.status);
+    EXPECT_EQ(Signed(path), result.message);
+
+    // Version-3 signatures as rpmsign --rpmv3 made them long ago.
+    package.SignWith(own.Key(), own.Spec(3, rpmtest::kPgpSha1));
+    path = Write(package.Build(), "v3.rpm");
+    result = Verify(path, own.KeyFile());
+    EXPECT_EQ(RPM_SIGNED, result.status);
+
+    // 256 signature-header entries are refused.
+    rpmtest::Package crowded = package;
+    crowded.signatureEntries.resize(256, rpmtest::Entry{5000, rpmtest::kTypeInt32, Bytes(4, 0)});
+    path = Write(crowded.Build(), "crowded.rpm");
+    result = Verify(path, own.KeyFile());
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(Internal(path), result.message);
+}
+
+// -------------------------------------------------- rpm's own packages
+
+std::string Upstream(const std::string& relative) {
+    return testsupport::RpmUpstreamDir() + "/" + relative;
+}
+
+TEST(RpmVerifyUpstream, EveryPackageWithEveryKeyGivesAStatus) {
+    std::vector<std::string> packages;
+    std::vector<std::string> keys;
+    for (const std::string& folder : {std::string("packages"), std::string("keys")}) {
+        testsupport::CommandResult list = testsupport::Run("ls " + fixtures::ShellQuote(Upstream(folder)));
+        ASSERT_EQ(0, list.exitCode) << folder;
+        size_t start = 0;
+        while (start < list.output.size()) {
+            size_t end = list.output.find('\n', start);
+            const std::string name = list.output.substr(start, end - start);
+            if (!name.empty()) {
+                (folder == "packages" ? packages : keys).push_back(Upstream(folder + "/" + name));
+            }
+            start = end == std::string::npos ? list.output.size() : end + 1;
+        }
+    }
+    ASSERT_FALSE(packages.empty());
+    ASSERT_FALSE(keys.empty());
+    for (const std::string& key : keys) {
+        for (const std::string& package : packages) {
+            Result result = Verify(package, key);
+            EXPECT_GE(result.status, 0) << package << " " << key;
+            EXPECT_LE(result.status, 5) << package << " " << key;
+            EXPECT_FALSE(result.message.empty()) << package << " " << key;
+        }
+    }
+}
+
+TEST(RpmVerifyUpstream, DeterminedOutcomes) {
+    const std::string key = Upstream("keys/rpm.org-rsa-2048-test.pub");
+    struct Case {
+        const char* package;
+        int status;
+        std::string (*message)(const std::string&);
+    };
+    const Case cases[] = {
+        // RSA/SHA256 version-4 header-only and header-and-payload signatures by the test key.
+        {"hello-2.0-1.x86_64-signed.rpm", RPM_SIGNED, Signed},
+        // The same with version-3 signature packets.
+        {"hello-2.0-1.x86_64-v3-signed.rpm", RPM_SIGNED, Signed},
+        // Extra post-quantum signatures sit in a tag that is not read; the RSA ones verify.
+        {"hello-2.0-1.x86_64-signed-mldsa87.rpm", RPM_SIGNED, Signed},
+        // No tag 268: no hash algorithm can be chosen.
+        {"hello-2.0-1.x86_64.rpm", RPM_ERROR, Internal},
+        // Signed by a key of another owner: the issuer is not the test key's.
+        {"hello-2.0-1.x86_64-signed-with-subkey.rpm", RPM_INVALID_SIGNATURE, InvalidSignature},
+        // No SHA-1 header hash (tag 269) at all.
+        {"hello-2.0-1.x86_64-corrupted.rpm", RPM_INVALID_HASH, InvalidHash},
+        // Lead version 4.
+        {"hlinktest-1.0-1.noarch-v3sig.rpm", RPM_ERROR, NotRpm},
+        // An EdDSA signature in a new-format packet.
+        {"hello-2.0-1.x86_64-signed-with-new-subkey.rpm", RPM_ERROR, Internal},
+    };
+    for (const Case& check : cases) {
+        const std::string package = Upstream(std::string("packages/") + check.package);
+        REQUIRE_FIXTURE(package);
+        Result result = Verify(package, key);
+        EXPECT_EQ(check.status, result.status) << check.package;
+        EXPECT_EQ(check.message(package), result.message) << check.package;
+    }
+    // The binary export of the same key gives the same answer.
+    const std::string package = Upstream("packages/hello-2.0-1.x86_64-signed.rpm");
+    Result result = Verify(package, Upstream("keys/rpm.org-rsa-2048-test.pgp"));
+    EXPECT_EQ(RPM_SIGNED, result.status);
+}
+
+// ----------------------------------------------------- rpmkeys agrees
+
+TEST(RpmVerifyOracle, RpmkeysAgreesOnAcceptAndReject) {
+    if (testsupport::Run("command -v rpmkeys >/dev/null 2>&1").exitCode != 0) {
+        GTEST_SKIP() << "rpmkeys is not installed";
+    }
+    int compared = 0;
+    for (const auto& package : fixtures::Packages()) {
+        REQUIRE_FIXTURE(package.path);
+        // Only where both must agree by construction: both signatures by a
+        // key in the rpm database, intact or with a changed byte.
+        if (package.signatures != fixtures::PackageSignatures::HeaderAndPayload || !package.keyImported) {
+            continue;
+        }
+        const bool rpmkeys = fixtures::RpmkeysAccepts(package.path);
+        Result result = Verify(package.path, Key(package.key));
+        EXPECT_EQ(package.intact, rpmkeys) << package.name;
+        EXPECT_EQ(rpmkeys, result.status == RPM_SIGNED) << package.name << ": " << result.message;
+        ++compared;
+    }
+    EXPECT_GE(compared, 11);
+}
+
+// ----------------------------------------------------------- memory
+
+long ResidentBytes() {
+    std::ifstream statm("/proc/self/statm");
+    long size = 0;
+    long resident = 0;
+    statm >> size >> resident;
+    return resident * sysconf(_SC_PAGESIZE);
+}
+
+TEST(RpmVerifyMemory, ManyCallsOnlyKeepTheRetainedCertificates) {
+#ifdef SIGNING_UNDER_ASAN
+    GTEST_SKIP()
+        << "the sanitizer's quarantine makes resident memory meaningless; its leak check runs instead";
+#else
+    const std::string package = fixtures::Package("signed-rsa2048-sha256.rpm");
+    const std::string key = Key("rsa2048");
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_EQ(RPM_SIGNED, Verify(package, key).status);
+    }
+    const int calls = 2000;
+    const long before = ResidentBytes();
+    for (int i = 0; i < calls; ++i) {
+        RPM_RESULT result = rpm_verify(package.c_str(), key.c_str());
+        ASSERT_EQ(RPM_SIGNED, result.status);
+        std::free(result.message);
+    }
+    const long growth = ResidentBytes() - before;
+    const double perPackage = static_cast<double>(growth) / calls;
+
+    // What the store retains: every certificate it loads stays alive. Each
+    // package loads the key twice (header-only and header-and-payload
+    // signature).
+    CertificateManager* store = CertificateManager::_Self;
+    store->SetPgpPublicKeyFilePath(key);
+    const int loads = 2 * calls;
+    const long beforeLoads = ResidentBytes();
+    const unsigned char digest[32] = {1};
+    const std::vector<unsigned char> signature(256, 0x42);
+    for (int i = 0; i < loads; ++i) {
+        // Used once, as in a check: the key then keeps its cached Montgomery form.
+        auto* certificate = static_cast<PgpCertificate*>(store->LoadPgpPublicKey());
+        certificate->GetCsp()->Verify(672, digest, sizeof(digest), signature.data(),
+                                      static_cast<unsigned int>(signature.size()));
+    }
+    const double perCertificate = static_cast<double>(ResidentBytes() - beforeLoads) / loads;
+    std::printf("resident memory growth: %ld bytes over %d packages, %.0f bytes per package; "
+                "%.0f bytes per retained certificate\n",
+                growth, calls, perPackage, perCertificate);
+    EXPECT_GT(perCertificate, 0.0);
+    EXPECT_LT(perPackage, 2 * perCertificate + 1024.0);
+    EXPECT_LT(perPackage, 8192.0);
+#endif
+}
+
+} // namespace
