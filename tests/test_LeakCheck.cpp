@@ -1,0 +1,205 @@
+// Thousands of verifications in one process, as an installer does them:
+// a valid package, tampered ones and malformed ones. Under the sanitizer
+// build LeakSanitizer checks after each batch that nothing was lost; in the
+// normal build the growth of resident memory over the batch must stay small.
+#include "TestSupport.h"
+
+#include "ByteReader.h"
+#include "CertificateManager.h"
+#include "rpmutil.h"
+
+#include <cstring>
+#include <fstream>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define SIGNING_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define SIGNING_TEST_SANITIZED 1
+#endif
+#endif
+
+#ifdef SIGNING_TEST_SANITIZED
+#include <sanitizer/lsan_interface.h>
+#endif
+
+namespace {
+
+using testsupport::Fixture;
+using testsupport::ReadFile;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+
+constexpr int kCalls = 2000;
+// Calls made before the resident size is first taken, so that one-time
+// allocations (the certificate store, OpenSSL's tables) are not counted.
+constexpr int kWarmUp = 50;
+
+// Upper bound of what one certificate kept by the store costs (the parsed
+// key message and the RSA key with its cached Montgomery values).
+constexpr long kRetainedCertificateBytes = 4096;
+
+size_t ResidentKb() {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.compare(0, 6, "VmRSS:") == 0) {
+            return std::strtoul(line.c_str() + 6, nullptr, 10);
+        }
+    }
+    return 0;
+}
+
+uint32_t Be32(const std::string& bytes, size_t at) {
+    return LoadBigEndian32(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
+}
+
+// The file offset of the data of a signature-header tag.
+size_t TagData(const std::string& package, uint32_t tag) {
+    const uint32_t count = Be32(package, 104);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (Be32(package, 112 + 16 * i) == tag) {
+            return 112 + 16 * size_t(count) + Be32(package, 112 + 16 * i + 8);
+        }
+    }
+    return 0;
+}
+
+// kCalls verifications of the same package and key; every one must give the
+// expected status. Reports the resident growth in kB (normal build) and runs
+// the leak checker (sanitizer build).
+void VerifyMany(const std::string& package, const std::string& key, RPM_STATUS expected, const char* what,
+                int keyLoadsPerCall = 0) {
+    size_t before = 0;
+    int wrong = 0;
+    for (int call = 0; call < kWarmUp + kCalls; ++call) {
+        if (call == kWarmUp) {
+            before = ResidentKb();
+        }
+        RPM_RESULT result = rpm_verify(package.c_str(), key.c_str());
+        if (result.status != expected || result.message == nullptr) {
+            ++wrong;
+        }
+        std::free(result.message);
+    }
+    const size_t after = ResidentKb();
+    EXPECT_EQ(0, wrong) << what;
+    const long growth = static_cast<long>(after) - static_cast<long>(before);
+    std::printf("%s: %d calls, resident memory %zu kB -> %zu kB (%+ld kB, %+ld bytes per call)\n", what,
+                kCalls, before, after, growth, growth * 1024 / kCalls);
+#ifdef SIGNING_TEST_SANITIZED
+    // Freed memory is held in the sanitizer's quarantine, so the resident
+    // size says nothing here; the leak checker does.
+    EXPECT_EQ(0, __lsan_do_recoverable_leak_check()) << what << ": LeakSanitizer reported leaks";
+#else
+    // The package's file object, signer, digests and parsed signatures must
+    // all be released every time. What stays is what the certificate store
+    // keeps by design: every PGP signature check loads the key anew, and a
+    // certificate once handed out is never destroyed.
+    const long allowed =
+        1024 + static_cast<long>(keyLoadsPerCall) * kCalls * kRetainedCertificateBytes / 1024;
+    EXPECT_LT(growth, allowed) << what << ": resident memory grew by " << growth << " kB";
+#endif
+}
+
+class LeakCheck : public ::testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_FIXTURE(Fixture("rpm/signed-rsa2048-sha256.rpm"));
+        REQUIRE_FIXTURE(Fixture("keys/rsa2048.asc"));
+        _Package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+        _Key = Fixture("keys/rsa2048.asc");
+    }
+
+    std::string _Package;
+    std::string _Key;
+    TempDir _Dir;
+};
+
+// The one growth by design, measured on its own: each key load leaves one
+// certificate in the store.
+TEST_F(LeakCheck, CertificateStoreKeepsEachLoadedKey) {
+    CertificateManager* store = CertificateManager::Acquire();
+    store->SetPgpPublicKeyFilePath(_Key);
+    for (int load = 0; load < kWarmUp; ++load) {
+        store->LoadPgpPublicKey();
+    }
+    const size_t before = ResidentKb();
+    for (int load = 0; load < kCalls; ++load) {
+        ASSERT_NE(nullptr, store->LoadPgpPublicKey());
+    }
+    const long growth = static_cast<long>(ResidentKb()) - static_cast<long>(before);
+    std::printf("key loads: %d loads, resident memory %+ld kB, %+ld bytes per load\n", kCalls, growth,
+                growth * 1024 / kCalls);
+#ifndef SIGNING_TEST_SANITIZED
+    EXPECT_LT(growth * 1024 / kCalls, kRetainedCertificateBytes);
+#else
+    EXPECT_EQ(0, __lsan_do_recoverable_leak_check()) << "LeakSanitizer reported leaks";
+#endif
+}
+
+TEST_F(LeakCheck, ValidPackage) {
+    VerifyMany(_Package, _Key, RPM_SIGNED, "valid package", 2);
+}
+
+TEST_F(LeakCheck, TamperedPayload) {
+    REQUIRE_FIXTURE(Fixture("rpm/tampered-payload.rpm"));
+    VerifyMany(Fixture("rpm/tampered-payload.rpm"), _Key, RPM_INVALID_HASH, "tampered payload");
+}
+
+TEST_F(LeakCheck, SignedWithAnotherKey) {
+    REQUIRE_FIXTURE(Fixture("rpm/signed-other2048-sha256.rpm"));
+    VerifyMany(Fixture("rpm/signed-other2048-sha256.rpm"), _Key, RPM_INVALID_SIGNATURE,
+               "signed with another key", 1);
+}
+
+// The header-and-payload signature is broken after the header-only one has
+// been built, so the signature container is given up half made.
+TEST_F(LeakCheck, MalformedPayloadSignature) {
+    std::string package = ReadFile(_Package);
+    const size_t blob = TagData(package, 1002);
+    ASSERT_NE(0u, blob);
+    ASSERT_NE(0u, TagData(package, 268));
+    ASSERT_LT(TagData(package, 268), blob);
+    package[blob] = '\xC2'; // a new-format packet header
+    const std::string path = _Dir.File("malformed.rpm");
+    WriteFile(path, package);
+    VerifyMany(path, _Key, RPM_ERROR, "malformed payload signature");
+}
+
+// Cut inside the main header: parsing ends while the digests are prepared.
+TEST_F(LeakCheck, TruncatedPackage) {
+    std::string package = ReadFile(_Package);
+    const uint64_t signatureEnd = 112 + 16 * uint64_t(Be32(package, 104)) + Be32(package, 108);
+    const size_t mainHeader = static_cast<size_t>((signatureEnd + 7) / 8 * 8);
+    const std::string path = _Dir.File("truncated.rpm");
+    WriteFile(path, package.substr(0, mainHeader + 100));
+    VerifyMany(path, _Key, RPM_ERROR, "truncated package");
+}
+
+// A key whose modulus claims more bytes than the key holds: the key message
+// is given up after its first packets were read.
+TEST_F(LeakCheck, MalformedKey) {
+    const std::string armor = ReadFile(_Key);
+    // The first Base64 line begins "mQ" (0x99 0x01...); the modulus bit count
+    // is at decoded offset 9, in characters 12-15 of the body.
+    const size_t body = armor.find("\n\n") + 2;
+    ASSERT_EQ("mQ", armor.substr(body, 2));
+    std::string broken = armor;
+    broken.replace(body + 12, 4, "////"); // bytes 9-11 become FF FF FF
+    const std::string path = _Dir.File("broken.asc");
+    WriteFile(path, broken);
+    VerifyMany(_Package, path, RPM_ERROR, "malformed key");
+}
+
+TEST_F(LeakCheck, NotAPackage) {
+    REQUIRE_FIXTURE(Fixture("rpm/notapackage.rpm"));
+    VerifyMany(Fixture("rpm/notapackage.rpm"), _Key, RPM_ERROR, "not a package");
+}
+
+TEST_F(LeakCheck, MissingFiles) {
+    VerifyMany(_Dir.File("no-such.rpm"), _Key, RPM_ERROR, "missing package");
+    VerifyMany(_Package, _Dir.File("no-such.asc"), RPM_ERROR, "missing key");
+}
+
+} // namespace
