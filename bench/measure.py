@@ -266,8 +266,31 @@ def report(results, out, quick):
                     peak["ours"] < TARGET_PEAK_KB, f"{peak['ours'] / 1000:.1f} MB (rpmkeys {peak['peer'] / 1000:.1f} MB)"))
     for text, ok, figure in targets:
         lines.append(f"- {text}: {met(ok)}, {figure}.")
+    marginal = results["marginal"]
+    lines.append("")
+    lines.append(f"Per small package without the start-up of the command, (time for {n} - time for 1) / {n - 1}: "
+                 f"ours {marginal['ours'] * 1000:.4f} ms, rpmkeys {marginal['peer'] * 1000:.4f} ms, "
+                 f"limit {marginal['limit'] * 1000:.4f} ms.")
     lines.append("")
     lines.append("Throughput against package size: report.png.")
+    micro_us = {b["name"]: b["cpu_time"] * {"ns": 1e-3, "us": 1, "ms": 1e3, "s": 1e6}[b["time_unit"]]
+                for b in results.get("micro") or []}
+    if all(k in micro_us for k in ("BM_RpmVerifySmall", "BM_SignatureCheck", "BM_RsaVerify", "BM_LoadPgpPublicKey")):
+        whole = micro_us["BM_RpmVerifySmall"]
+        checks = 2 * micro_us["BM_SignatureCheck"]
+        rsa = 2 * micro_us["BM_RsaVerify"]
+        keys = 2 * micro_us["BM_LoadPgpPublicKey"]
+        lines.append("")
+        lines.append("## Where the time of a small package goes (CPU, from the micro-benchmarks)")
+        lines.append("")
+        lines.append(f"- one rpm_verify of a small package: {whole:.1f} us")
+        lines.append(f"- its two PGP signature checks: {checks:.1f} us ({checks / whole * 100:.0f}%), of which "
+                     f"RSA verification with a prepared key {rsa:.1f} us ({rsa / whole * 100:.0f}%), loading and "
+                     f"parsing the key file twice {keys:.1f} us ({keys / whole * 100:.0f}%), and the rest "
+                     f"(RSA set-up of a new key: Montgomery context; signature trailer hash) "
+                     f"{checks - rsa - keys:.1f} us ({(checks - rsa - keys) / whole * 100:.0f}%)")
+        lines.append(f"- everything else (file access, lead and header parsing, the digests, the result text): "
+                     f"{whole - checks:.1f} us ({(whole - checks) / whole * 100:.0f}%)")
     if results.get("micro"):
         lines.append("")
         lines.append("## Micro-benchmarks (CPU time)")
@@ -299,7 +322,9 @@ def plot(results, out):
     for who, style in (("ours", "o-"), ("peer", "s-"), ("limit", "^--")):
         ax.plot([size for size, _ in cases], [size / t[who] / MB for size, t in cases], style, label=names[who])
     ax.set_xscale("log", base=2)
-    ax.set_xlabel("package size (bytes, log scale); smallest point: per package in one process")
+    ax.set_xticks([size for size, _ in cases])
+    ax.set_xticklabels([size_name(size) for size, _ in cases])
+    ax.set_xlabel("package size (log scale); smallest: per package, many in one process")
     ax.set_ylabel("throughput (MB/s)")
     ax.set_title("Package verification throughput (medians)")
     ax.grid(True, which="both", alpha=0.3)
@@ -364,6 +389,10 @@ def main():
     print(f"measure.py: {len(packages)} small packages, {runs} runs", file=sys.stderr)
     results["small"] = summarize(interleaved(tools, packages, runs), int(average), len(packages))
     results["startup"] = summarize(interleaved(tools, packages[:1], runs), int(average), 1)
+    results["marginal"] = {
+        who: (results["small"][who]["median"] - results["startup"][who]["median"]) / (len(packages) - 1)
+        for who in ("ours", "peer", "limit")
+    }
 
     print("measure.py: peak memory", file=sys.stderr)
     peak_runs = 3
