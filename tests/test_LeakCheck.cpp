@@ -90,6 +90,7 @@ void VerifyMany(const std::string& package, const std::string& key, RPM_STATUS e
 #ifdef SIGNING_TEST_SANITIZED
     // Freed memory is held in the sanitizer's quarantine, so the resident
     // size says nothing here; the leak checker does.
+    (void)keyLoadsPerCall;
     EXPECT_EQ(0, __lsan_do_recoverable_leak_check()) << what << ": LeakSanitizer reported leaks";
 #else
     // The package's file object, signer, digests and parsed signatures must
