@@ -128,6 +128,8 @@ TEST_F(RpmSignerCreatorTest, CreatorDoesNotKeepTheFile) {
     EXPECT_EQ(3, file->GetUInt8(4));
 }
 
-TEST_F(RpmSignerCreatorTest, NullFileIsRefused) { EXPECT_THROW(_Creator.IsMe(nullptr), ArgumentException); }
+TEST_F(RpmSignerCreatorTest, NullFileIsRefused) {
+    EXPECT_THROW(_Creator.IsMe(nullptr), ArgumentException);
+}
 
 } // namespace
