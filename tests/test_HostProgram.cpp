@@ -990,6 +990,28 @@ TEST_F(HostProgramTest, HelpAndVersion) {
     EXPECT_EQ(runVersion.out, "signing-host 1.0.0\n");
 }
 
+TEST_F(HostProgramTest, ManifestExampleOfTheReadmeIsAccepted) {
+    std::string readme = ReadFile(testsupport::SourceDir() + "/README.md");
+    const std::string start = "### The manifest\n\n```json\n";
+    size_t begin = readme.find(start);
+    ASSERT_NE(begin, std::string::npos);
+    begin += start.size();
+    size_t end = readme.find("```", begin);
+    ASSERT_NE(end, std::string::npos);
+    std::string path = _Work.File("readme.json");
+    WriteFile(path, readme.substr(begin, end - begin));
+
+    // No download tools: the example's local key (missing here) is the
+    // fallback, so the run ends with the validate warning.
+    HostResult result = Host({"run", "--json", path}, "PATH=" + Quote(ToolsOnly({})));
+
+    ASSERT_EQ(result.exitCode, 1) << result.err;
+    json document = json::parse(result.out);
+    EXPECT_EQ(document["components"].size(), 3u);
+    EXPECT_EQ(document["session"]["signature"], _Work.Path() + "/release.asc");
+    EXPECT_EQ(document["session"]["SHORT_DESC"], ";SIGNING_prereq_war_signing_check_validate_short_desc");
+}
+
 // ------------------------------------------------------------------ demo
 
 TEST_F(HostProgramTest, DemoRunsEndToEnd) {

@@ -18,9 +18,8 @@ constexpr std::array<CatalogueEntry, 8> kCatalogue = {{
      "Do not install it; the log names each package and the reason."},
     {"SIGNING_prereq_war_signing_check_validate_short_desc", "The public key is not valid."},
     {"SIGNING_prereq_war_signing_check_validate_full_desc",
-     "The public key file that was obtained is not a key (it holds a web address, as an error page of the "
-     "key "
-     "service does), so no package signature was checked."},
+     "The public key file that was obtained is missing, or is not a key (a line of it holds a web "
+     "address, as an error page of the key service does), so no package signature was checked."},
     {"SIGNING_prereq_war_signing_check_download_short_desc", "The public key could not be obtained."},
     {"SIGNING_prereq_war_signing_check_download_full_desc",
      "Neither the key service nor the local key file gave a public key (no wget or curl, the service did not "

@@ -29,8 +29,6 @@ namespace {
 using ValidateFunction = int (*)(session_t*);
 using OrderedJson = nlohmann::ordered_json;
 
-const char* const kPrerequisiteKeys[] = {"SIGNIFICANCE", "SHORT_DESC", "FULL_DESC"};
-
 // The temporary folder the host provides when the manifest names none;
 // removed with its content (the downloaded key) after the run.
 class TemporaryFolder {
