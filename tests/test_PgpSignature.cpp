@@ -480,6 +480,30 @@ TEST_F(PgpSignatureOwnKey, SignatureOfTheWrongDigestAlgorithmFailsTheRsaCheck) {
     EXPECT_THROW(parsed->signature->Verify(message), std::logic_error);
 }
 
+TEST_F(PgpSignatureOwnKey, QuickCheckFailureMakesNoRsaOperation) {
+    // A key file that names the right issuer but holds another modulus: any
+    // RSA check against it fails, and a failed RSA check throws.
+    testsupport::TempDir folder;
+    const std::string impostor = folder.File("impostor.gpg");
+    rpmtest::TestKey other;
+    testsupport::WriteBytes(impostor, other.KeyFile(OwnKey::Get().KeyId()));
+    UseKey(impostor);
+
+    const Bytes data = rpmtest::FromText("checked against the impostor");
+    auto parsed = Parse(OwnKey::Get().Key().Sign(OwnSpec(4, rpmtest::kPgpSha256), data));
+    auto changed = DigestOf(soapWrap::SHA256, rpmtest::FromText("something else"));
+    parsed->signature->SetDigest(0, changed.get());
+    std::string message;
+    EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message));
+    EXPECT_EQ(kQuickCheckFailure, message);
+
+    // With the right data the quick and key checks pass and the RSA check runs.
+    auto again = Parse(parsed->bytes);
+    auto right = DigestOf(soapWrap::SHA256, data);
+    again->signature->SetDigest(0, right.get());
+    EXPECT_THROW(again->signature->Verify(message), std::logic_error);
+}
+
 TEST_F(PgpSignatureOwnKey, OtherIssuerIsAnotherCertificate) {
     const Bytes data = rpmtest::FromText("issuer");
     rpmtest::SignatureSpec spec = OwnSpec(3, rpmtest::kPgpSha256);
