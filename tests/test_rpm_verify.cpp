@@ -522,7 +522,7 @@ TEST(RpmVerifyOracle, RpmkeysAgreesOnAcceptAndReject) {
 
 // ----------------------------------------------------------- memory
 
-long ResidentBytes() {
+[[maybe_unused]] long ResidentBytes() {
     std::ifstream statm("/proc/self/statm");
     long size = 0;
     long resident = 0;
