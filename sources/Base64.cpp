@@ -11,22 +11,25 @@ namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr unsigned char kInvalid = 255;
-// One entry per character code 0 to 122 ('z'); codes above are invalid
-// without a look-up. "=" decodes as the sextet 0 (it is counted as padding).
-constexpr size_t kReverseSize = 123;
+// Table entries besides the sextets 0 to 63.
+constexpr unsigned char kPadding = 64; // "=": the sextet 0, counted as padding
+constexpr unsigned char kLineEnd = 65; // line feed and carriage return: skipped
 
-constexpr std::array<unsigned char, kReverseSize> MakeReverseTable() {
-    std::array<unsigned char, kReverseSize> table{};
-    for (size_t i = 0; i < kReverseSize; ++i) {
+// One entry per character code; every code not named here is invalid.
+constexpr std::array<unsigned char, 256> MakeReverseTable() {
+    std::array<unsigned char, 256> table{};
+    for (size_t i = 0; i < table.size(); ++i) {
         table[i] = kInvalid;
     }
     for (unsigned char i = 0; i < 64; ++i) {
         table[static_cast<unsigned char>(kAlphabet[i])] = i;
     }
-    table['='] = 0;
+    table['='] = kPadding;
+    table['\n'] = kLineEnd;
+    table['\r'] = kLineEnd;
     return table;
 }
-constexpr std::array<unsigned char, kReverseSize> kReverse = MakeReverseTable();
+constexpr std::array<unsigned char, 256> kReverse = MakeReverseTable();
 
 // CRC-24 of OpenPGP armor, generator 0x1864CFB, most significant bit first.
 constexpr uint32_t kCrc24Init = 0xB704CE;
@@ -103,26 +106,43 @@ struct DecodeResult {
 // bytes) in one pass: each group of four sextets is packed as soon as it is
 // complete. Throws Base64OperationException.
 DecodeResult DecodeInto(const char* text, unsigned int length, unsigned char* out) {
+    const unsigned char* in = reinterpret_cast<const unsigned char*>(text);
     size_t sextets = 0;
     size_t padding = 0;
     size_t written = 0;
     uint32_t group = 0;
-    for (unsigned int i = 0; i < length; ++i) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        unsigned char value;
-        if (c == '=') {
+    size_t i = 0;
+    while (i < length) {
+        // Four alphabet characters at the start of a group (the bulk of any
+        // text) are packed at once; anything else goes one by one below.
+        if ((sextets & 3) == 0 && length - i >= 4) {
+            const unsigned a = kReverse[in[i]];
+            const unsigned b = kReverse[in[i + 1]];
+            const unsigned c = kReverse[in[i + 2]];
+            const unsigned d = kReverse[in[i + 3]];
+            if ((a | b | c | d) < 64) {
+                out[written] = static_cast<unsigned char>((a << 2) | (b >> 4));
+                out[written + 1] = static_cast<unsigned char>((b << 4) | (c >> 2));
+                out[written + 2] = static_cast<unsigned char>((c << 6) | d);
+                written += 3;
+                sextets += 4;
+                i += 4;
+                continue;
+            }
+        }
+        unsigned value = kReverse[in[i++]];
+        if (value == kLineEnd) {
+            continue;
+        }
+        if (value == kInvalid) {
+            throw Base64OperationException(kBadCharacter);
+        }
+        if (value == kPadding) {
             ++padding;
             value = 0;
-        } else if (c == '\n' || c == '\r') {
-            continue;
-        } else {
-            if (c >= kReverseSize || kReverse[c] == kInvalid) {
-                throw Base64OperationException(kBadCharacter);
-            }
-            value = kReverse[c];
         }
         group = (group << 6) | value;
-        if (++sextets % 4 == 0) {
+        if ((++sextets & 3) == 0) {
             out[written] = static_cast<unsigned char>(group >> 16);
             out[written + 1] = static_cast<unsigned char>(group >> 8);
             out[written + 2] = static_cast<unsigned char>(group);
