@@ -25,7 +25,7 @@ int FuzzPgpMessage(const uint8_t* data, size_t size);
 // round trips of the input as data.
 int FuzzBase64(const uint8_t* data, size_t size);
 // slre_match: first byte flags and capture count, then the expression up to
-// the first NUL, then the subject.
+// the first NUL, then the subject (cut to 16 bytes).
 int FuzzSlre(const uint8_t* data, size_t size);
 // The packet readers: the first byte chooses PgpPublicKey,
 // PgpSignatureData, MPI or PgpPacket::ParseLengthTag for the rest.
