@@ -263,8 +263,8 @@ def report(results, out, quick):
                     beyond <= GROWTH_TOLERANCE,
                     f"heap growth {growth['heap_per_call']:.0f} bytes per verification, of which the store's "
                     f"two certificates (one per PGP signature check, {growth['retained_per_check']:.0f} bytes "
-                    f"each once used: {growth['retained_per_key_load']:.0f} bytes as loaded, the rest is "
-                    f"the RSA key's cached Montgomery context) are {growth['contract_per_call']:.0f} bytes: "
+                    f"each once used, {growth['retained_per_key_load']:.0f} bytes as loaded) are "
+                    f"{growth['contract_per_call']:.0f} bytes: "
                     f"{beyond:.0f} bytes beyond them; "
                     f"resident growth {growth['resident_per_1000'] / 1000:.1f} kB per 1,000"))
     targets.append((f"peak resident memory over {n} small packages under 12 MB",
