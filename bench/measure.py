@@ -356,6 +356,7 @@ def micro(args, out):
     for bench in data["benchmarks"]:
         if bench.get("error_occurred"):
             fail(f"bench_micro: {bench['name']}: {bench.get('error_message')}")
+        bench["name"] = bench["name"].split("/iterations:")[0]
     return data["benchmarks"]
 
 
