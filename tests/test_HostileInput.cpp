@@ -243,6 +243,11 @@ ProcessOutcome ProcessPackage(const std::string& package, const std::string& key
     return outcome;
 }
 
+size_t ReadFileSize(const std::string& path) {
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
+}
+
 // Resident memory of this process, in kB, from /proc/self/status.
 size_t StatusKb(const char* field) {
     std::ifstream in("/proc/self/status");
@@ -807,15 +812,21 @@ TEST(HostileBase64, HugeArmoredKeyFileIsRefusedInBoundedMemory) {
     const std::string keyPath = dir.File("huge.asc");
     size_t fileSize = 0;
     {
-        // Lines of 64 characters, each ending with a line feed.
-        std::string body(kHugeBody / 65 * 65, 'A');
-        for (size_t at = 64; at < body.size(); at += 65) {
-            body[at] = '\n';
+        // Lines of 64 characters, each ending with a line feed, written a
+        // megabyte at a time.
+        std::ofstream out(keyPath, std::ios::binary | std::ios::trunc);
+        out << "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\n";
+        std::string lines(65 * 16384, 'A');
+        for (size_t at = 64; at < lines.size(); at += 65) {
+            lines[at] = '\n';
         }
-        const std::string armor =
-            "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\n" + body + "=AAAA\n-----END PGP PUBLIC KEY BLOCK-----\n";
-        WriteFile(keyPath, armor);
-        fileSize = armor.size();
+        for (size_t written = 0; written + lines.size() <= kHugeBody; written += lines.size()) {
+            out << lines;
+        }
+        out << "=AAAA\n-----END PGP PUBLIC KEY BLOCK-----\n";
+        out.close();
+        ASSERT_TRUE(out.good());
+        fileSize = ReadFileSize(keyPath);
     }
     ProcessOutcome outcome{};
     const auto cost =
