@@ -35,6 +35,9 @@ python=python3
 [ -x /usr/bin/python3 ] && python=/usr/bin/python3
 
 demo="$build/demo"
+# How the demo folder is shown: relative to where the demo was started.
+shown="$demo"
+case "$demo" in "$PWD"/*) shown="${demo#"$PWD"/}" ;; esac
 update_id="DEMO-UPDATE-1"
 server_pid=""
 
@@ -89,7 +92,7 @@ rpm_env=(env HOME="$demo/home" LC_ALL=C)
 gpg_batch=(gpg --homedir "$demo/gnupg" --batch --yes --pinentry-mode loopback --passphrase '')
 
 # ------------------------------------------------------------------- keys
-step "Making the demo signing key and a second key with gpg (GNUPGHOME $demo/gnupg)"
+step "Making the demo signing key and a second key with gpg (GNUPGHOME $shown/gnupg)"
 declare -A fingerprint
 make_key() {
     local name=$1 real=$2
@@ -244,7 +247,7 @@ for attempt in 1 2 3 4 5; do
 done
 [ -n "$port" ] || die "the key service did not start"
 signing_url="http://127.0.0.1:$port/keys/release.asc"
-echo "  serving $demo/keyservice at http://127.0.0.1:$port/ (process $server_pid)"
+echo "  serving $shown/keyservice at http://127.0.0.1:$port/ (process $server_pid)"
 echo "  the plug-in will ask for $signing_url?id=$update_id"
 
 # --------------------------------------------------------------- manifest
@@ -289,7 +292,7 @@ EOF
 # The download goes straight to the loopback server.
 unset http_proxy HTTP_PROXY https_proxy HTTPS_PROXY all_proxy ALL_PROXY
 cd "$demo"
-step "Running: signing-host run manifest.json   (in $demo)"
+step "Running: signing-host run --log run.log manifest.json   (in $shown)"
 set +e
 "$host" run --log run.log manifest.json | tee summary.txt
 run_status=${PIPESTATUS[0]}
@@ -321,7 +324,7 @@ expect "SKIP  Documentation/release-notes" summary.txt
 expect "[SIGNING_prereq_err_signing_check_short_desc]" summary.txt
 [ "$run_status" -eq 1 ] || die "signing-host run exited with $run_status instead of 1"
 [ "$verify_status" -eq 1 ] || die "signing-host verify exited with $verify_status instead of 1"
-echo "  The key was downloaded from the key service (see $demo/keyservice.log)."
+echo "  The key was downloaded from the key service (see $shown/keyservice.log)."
 echo "  2 packages passed; 4 failed as they should; 1 component was not an rpm."
 echo "  signing-host exited with 1 because a package failed: the demo worked."
-echo "  Files: $demo (manifest.json, run.log, summary.txt, verify.txt)"
+echo "  Files: $shown (manifest.json, run.log, summary.txt, verify.txt)"
