@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <regex>
 #include <string>
 
 namespace {
@@ -356,6 +357,84 @@ TEST(Slre, LongUnanchoredSearchIsNotCutShort) {
     std::string subject(2000000, 'x');
     subject += "needle";
     EXPECT_EQ(Match("needle", subject), static_cast<int>(subject.size()));
+}
+
+namespace {
+
+// Random expressions of groups, alternatives, sets, classes and greedy or
+// lazy quantifiers, for comparison with the standard library's engine.
+class ExpressionMaker {
+public:
+    explicit ExpressionMaker(unsigned seed) : _Random(seed) {}
+
+    std::string Alternatives(int depth) {
+        std::string text = Sequence(depth);
+        while (_Random() % 3 == 0) {
+            text += "|" + Sequence(depth);
+        }
+        return text;
+    }
+    std::string Subject() {
+        std::string text;
+        const int length = static_cast<int>(_Random() % 7);
+        for (int i = 0; i < length; ++i) {
+            text += "abcA1"[_Random() % 5];
+        }
+        return text;
+    }
+
+private:
+    std::string Sequence(int depth) {
+        std::string text;
+        const int atoms = static_cast<int>(_Random() % 4) + 1;
+        for (int i = 0; i < atoms; ++i) {
+            text += Atom(depth);
+            static const char* const quantifiers[] = {"*", "+", "?", "*?", "+?", "", "", ""};
+            text += quantifiers[_Random() % 8];
+        }
+        return text;
+    }
+    std::string Atom(int depth) {
+        switch (_Random() % 8) {
+        case 0:
+            return depth < 3 ? "(" + Alternatives(depth + 1) + ")" : "a";
+        case 1:
+            return ".";
+        case 2:
+            return "[ab]";
+        case 3:
+            return "[^a]";
+        case 4:
+            return "\\d";
+        case 5:
+            return "[b-c]";
+        default:
+            return std::string(1, "abcA"[_Random() % 4]);
+        }
+    }
+
+    std::mt19937 _Random;
+};
+
+} // namespace
+
+// Whether a whole subject matches does not depend on which alternative an
+// engine prefers, so the standard engine is an oracle for it.
+TEST(Slre, AgreesWithTheStandardEngineOnWholeMatches) {
+    ExpressionMaker maker(4242);
+    for (int round = 0; round < 1000; ++round) {
+        const std::string expression = "^(" + maker.Alternatives(0) + ")$";
+        const std::string subject = maker.Subject();
+        const int flags = round % 2;
+        const int result = Match(expression, subject, flags);
+        ASSERT_GE(result, -1) << expression;
+        const auto syntax = flags != 0 ? std::regex::ECMAScript | std::regex::icase : std::regex::ECMAScript;
+        const bool expected = std::regex_search(subject, std::regex(expression, syntax));
+        EXPECT_EQ(result >= 0, expected) << expression << " on " << subject << " flags " << flags;
+        if (result >= 0) {
+            EXPECT_EQ(result, static_cast<int>(subject.size())) << expression << " on " << subject;
+        }
+    }
 }
 
 // Random expressions over the metacharacters, each in a buffer of exactly
