@@ -30,9 +30,10 @@ TARGET_BIG_LIMIT = 1.05
 TARGET_SMALL_MS = 0.12
 TARGET_SMALL_PEER = 0.5
 TARGET_PEAK_KB = 12 * 1000  # 12 MB, as /usr/bin/time reports kilobytes
-# Resident growth per verification that counts as none: below one page per
-# thousand verifications.
-GROWTH_TOLERANCE = 4096 / 1000
+# Heap growth per verification beyond the retained certificates that counts
+# as none: less than the smallest allocation (the allocator rounds each
+# block, so blocks of equal content can count a few bytes apart).
+GROWTH_TOLERANCE = 16
 
 
 def fail(message):
