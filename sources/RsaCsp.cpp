@@ -1,5 +1,6 @@
 #include "RsaCsp.h"
 
+#include "ByteReader.h"
 #include "Digest.h"
 
 #include <openssl/bio.h>
@@ -7,9 +8,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 // The RSA key object and its low-level verification calls are deprecated in
@@ -49,12 +52,6 @@ RSA* MakeKey(BignumPtr modulus, BignumPtr exponent) {
     if (!key || RSA_set0_key(key.get(), modulus.get(), exponent.get(), nullptr) != 1) {
         return nullptr;
     }
-    // Such a key is made for every signature check (the certificate store
-    // parses the key file anew each time) and then stays alive with its
-    // certificate: it keeps no Montgomery context of its modulus (about
-    // 1.3 KB for 3072 bits). Checks share one per key instead, see
-    // SharedVerificationKey.
-    RSA_clear_flags(key.get(), RSA_FLAG_CACHE_PUBLIC);
     SIGNING_ALLOW_DEPRECATED_END
     // The key owns the numbers now.
     modulus.release();
@@ -91,55 +88,58 @@ unsigned int ModulusLength(const RSA* key) {
     return modulus == nullptr ? 0 : static_cast<unsigned int>(BN_num_bytes(modulus));
 }
 
-// A verification key equal to key (same modulus and exponent) that keeps
-// its Montgomery context, as a new reference the caller releases; null when
-// none can be made. OpenSSL sets that context up on the first operation of
-// every key object (a division and a modular inverse, about a fifth of a
-// 3072-bit verification), and the certificate store parses the key file
-// anew for every signature: without this, each check would pay for it again.
-// A few such keys live for the rest of the process.
-RSA* SharedVerificationKey(const RSA* key) {
-    static std::mutex lock;
-    static auto* keys = new std::array<RSA*, 4>{};
-    static size_t next = 0;
-    SIGNING_ALLOW_DEPRECATED_BEGIN
-    const BIGNUM* modulus = RSA_get0_n(key);
-    const BIGNUM* exponent = RSA_get0_e(key);
-    if (modulus == nullptr || exponent == nullptr) {
+// The key for a modulus and an exponent given as big-endian bytes, as a
+// reference the caller owns; null when OpenSSL cannot make one. The
+// certificate store parses the key file anew for every signature check, so
+// the same key comes back again and again: one object per key, shared by
+// reference counting, keeps the Montgomery context that OpenSSL sets up on
+// a key's first operation (a division and a modular inverse, about a fifth
+// of a 3072-bit verification) and keeps each retained certificate small.
+// The last few keys stay for the rest of the process.
+RSA* SharedKey(const unsigned char* modulus, int modulusLength, const unsigned char* exponent,
+               int exponentLength) {
+    if (modulusLength < 0 || exponentLength < 0 || (modulus == nullptr && modulusLength > 0) ||
+        (exponent == nullptr && exponentLength > 0)) {
         return nullptr;
     }
+    struct Entry {
+        std::string id; // modulus length (4 bytes), modulus, exponent
+        RSA* key = nullptr;
+    };
+    static std::mutex lock;
+    static auto* entries = new std::array<Entry, 4>{};
+    static size_t next = 0;
+
+    std::string id(4, '\0');
+    StoreBigEndian32(reinterpret_cast<unsigned char*>(&id[0]), static_cast<uint32_t>(modulusLength));
+    id.append(reinterpret_cast<const char*>(modulus), static_cast<size_t>(modulusLength));
+    id.append(reinterpret_cast<const char*>(exponent), static_cast<size_t>(exponentLength));
+
     std::lock_guard<std::mutex> guard(lock);
-    for (RSA* shared : *keys) {
-        if (shared != nullptr && BN_cmp(RSA_get0_n(shared), modulus) == 0 &&
-            BN_cmp(RSA_get0_e(shared), exponent) == 0) {
-            return RSA_up_ref(shared) == 1 ? shared : nullptr;
+    SIGNING_ALLOW_DEPRECATED_BEGIN
+    for (const Entry& entry : *entries) {
+        if (entry.key != nullptr && entry.id == id) {
+            return RSA_up_ref(entry.key) == 1 ? entry.key : nullptr;
         }
     }
-    BignumPtr modulusCopy(BN_dup(modulus));
-    BignumPtr exponentCopy(BN_dup(exponent));
-    RsaPtr shared(RSA_new());
-    if (!modulusCopy || !exponentCopy || !shared ||
-        RSA_set0_key(shared.get(), modulusCopy.get(), exponentCopy.get(), nullptr) != 1) {
+    RsaPtr key(MakeKey(BignumFromBytes(modulus, modulusLength), BignumFromBytes(exponent, exponentLength)));
+    if (!key || RSA_up_ref(key.get()) != 1) {
         return nullptr;
     }
-    modulusCopy.release();
-    exponentCopy.release();
-    if (RSA_up_ref(shared.get()) != 1) {
-        return nullptr;
-    }
-    RsaDeleter()((*keys)[next]);
-    (*keys)[next] = shared.get();
-    next = (next + 1) % keys->size();
+    Entry& entry = (*entries)[next];
+    RsaDeleter()(entry.key);
+    entry.key = key.get();
+    entry.id = std::move(id);
+    next = (next + 1) % entries->size();
     SIGNING_ALLOW_DEPRECATED_END
-    return shared.release();
+    return key.release();
 }
 
 } // namespace
 
 RsaCsp::RsaCsp(const unsigned char* modulus, int modulusLength, const unsigned char* exponent,
                int exponentLength)
-    : _Key(MakeKey(BignumFromBytes(modulus, modulusLength), BignumFromBytes(exponent, exponentLength))),
-      _LastError(nullptr) {}
+    : _Key(SharedKey(modulus, modulusLength, exponent, exponentLength)), _LastError(nullptr) {}
 
 RsaCsp::RsaCsp(BIGNUM* modulus, BIGNUM* exponent)
     : _Key(MakeKey(CopyBignum(modulus), CopyBignum(exponent))), _LastError(nullptr) {}
@@ -169,9 +169,7 @@ int RsaCsp::Verify(int nid, const unsigned char* digest, unsigned int digestLeng
     // thread's error queue as it was.
     ERR_set_mark();
     SIGNING_ALLOW_DEPRECATED_BEGIN
-    RsaPtr shared(SharedVerificationKey(_Key));
-    int result =
-        RSA_verify(nid, digest, digestLength, padded.data(), modulusLength, shared ? shared.get() : _Key);
+    int result = RSA_verify(nid, digest, digestLength, padded.data(), modulusLength, _Key);
     SIGNING_ALLOW_DEPRECATED_END
     ERR_pop_to_mark();
     return result == 1 ? 1 : 0;

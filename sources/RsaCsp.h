@@ -41,7 +41,7 @@ public:
     RsaCsp& operator=(const RsaCsp&) = delete;
 
 private:
-    RSA* _Key;        // owned
+    RSA* _Key;        // one reference owned (keys made from bytes are shared)
     char* _LastError; // owned, array new
 };
 
