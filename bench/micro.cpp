@@ -202,8 +202,7 @@ void BM_SignatureCheck(benchmark::State& state) {
 }
 BENCHMARK(BM_SignatureCheck)->Unit(benchmark::kMicrosecond)->Iterations(kRetainingIterations);
 
-// The RSA verification alone, with the key already parsed (a certificate
-// of the store makes its Montgomery context per operation).
+// The RSA verification alone, with the key already parsed.
 void BM_RsaVerify(benchmark::State& state) {
     SignatureCase input;
     CertificateManager* store = CertificateManager::Acquire();
