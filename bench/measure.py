@@ -14,7 +14,9 @@ table.
 import argparse
 import glob
 import json
+import atexit
 import os
+import shutil
 import statistics
 import subprocess
 import sys
@@ -50,6 +52,7 @@ class Tools:
         self.limit = os.path.join(args.build, "bench", "bench_limit")
         self.memory = os.path.join(args.build, "bench", "bench_memory")
         self.home = tempfile.mkdtemp(prefix="bench-home-")
+        atexit.register(shutil.rmtree, self.home, True)
         # rpm reads ~/.rpmmacros: a private HOME keeps the user's macros out.
         self.peer_env = dict(os.environ, HOME=self.home, LC_ALL="C")
 
