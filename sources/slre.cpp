@@ -31,8 +31,8 @@ struct bracket_pair {
 };
 
 struct branch {
-    int bracket_index;   // the bracket the "|" belongs to
-    const char* schlong; // the position of the "|"
+    int bracket_index;    // the bracket the "|" belongs to
+    const char* position; // the position of the "|"
 };
 
 struct regex_info {
@@ -287,7 +287,7 @@ int Matcher::Enter(const Continuation& cont, int j) {
     const char* start = bracket.ptr;
     const char* stop = bracket.ptr + bracket.len;
     for (int k = 0; k <= bracket.num_branches; ++k) {
-        const char* end = k < bracket.num_branches ? _Info.branches[bracket.branches + k].schlong : stop;
+        const char* end = k < bracket.num_branches ? _Info.branches[bracket.branches + k].position : stop;
         const int result = Match(start, end, j, &cont);
         if (result >= 0 || _Error != 0) {
             return result;
