@@ -37,7 +37,7 @@ constexpr int kWarmUp = 50;
 
 // Upper bound of what one certificate kept by the store costs (the parsed
 // key message and the RSA key with its cached Montgomery values).
-constexpr long kRetainedCertificateBytes = 4096;
+[[maybe_unused]] constexpr long kRetainedCertificateBytes = 4096;
 
 size_t ResidentKb() {
     std::ifstream in("/proc/self/status");
