@@ -3,62 +3,46 @@
 // plug-in with dlopen, and is judged by its exit code, its summary and its
 // JSON output. The key download goes through the real wget and curl to a
 // loopback HTTP server; the demo script runs as a whole.
+#include "Fixtures.h"
 #include "HostSession.h"
+#include "KeyDownloadLog.h"
+#include "LoopbackServer.h"
 #include "TestSupport.h"
+#include "ToolPath.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include <arpa/inet.h>
-#include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <initializer_list>
-#include <netinet/in.h>
-#include <spawn.h>
 #include <sstream>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
-extern char** environ;
-
+using fixtures::Package;
 using nlohmann::json;
+using testsupport::CommandValueLine;
+using testsupport::CurlCommand;
 using testsupport::Fixture;
+using testsupport::KeyObtainedLine;
+using testsupport::LoopbackHttpServer;
 using testsupport::PathExists;
 using testsupport::ReadFile;
+using testsupport::ShellQuote;
 using testsupport::TempDir;
+using testsupport::WgetCommand;
 using testsupport::WriteFile;
 
 namespace {
 
 const std::string kHost = SIGNING_HOST_PATH;
 
-std::string Quote(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'') {
-            quoted += "'\\''";
-        } else {
-            quoted += c;
-        }
-    }
-    return quoted + "'";
-}
-
 std::string Key(const std::string& name = "rsa2048") {
-    return Fixture("keys/" + name + ".asc");
-}
-
-std::string Package(const std::string& file) {
-    return Fixture("rpm/" + file);
+    return fixtures::KeyArmored(name);
 }
 
 struct HostResult {
@@ -101,129 +85,6 @@ std::vector<std::string> PluginLogLines(const std::string& err) {
     return lines;
 }
 
-// A loopback TCP port that nothing listens on at the moment.
-int FreeLoopbackPort() {
-    int socketFd = socket(AF_INET, SOCK_STREAM, 0);
-    if (socketFd < 0) {
-        throw std::runtime_error("socket failed");
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    if (bind(socketFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        getsockname(socketFd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        close(socketFd);
-        throw std::runtime_error("cannot find a free port");
-    }
-    close(socketFd);
-    return ntohs(address.sin_port);
-}
-
-bool AcceptsConnections(int port) {
-    int socketFd = socket(AF_INET, SOCK_STREAM, 0);
-    if (socketFd < 0) {
-        return false;
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    bool connected = connect(socketFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    close(socketFd);
-    return connected;
-}
-
-// Python's HTTP file server on 127.0.0.1 serving a folder, stopped when the
-// object dies; its request log goes to a file.
-class LoopbackHttpServer {
-public:
-    LoopbackHttpServer(const std::string& root, const std::string& logPath) : _LogPath(logPath) {
-        for (int attempt = 0; attempt < 5 && _Pid < 0; ++attempt) {
-            Start(root, FreeLoopbackPort());
-        }
-        if (_Pid < 0) {
-            throw std::runtime_error("the loopback HTTP server did not start");
-        }
-    }
-    ~LoopbackHttpServer() {
-        if (_Pid > 0) {
-            kill(_Pid, SIGTERM);
-            waitpid(_Pid, nullptr, 0);
-        }
-    }
-    LoopbackHttpServer(const LoopbackHttpServer&) = delete;
-    LoopbackHttpServer& operator=(const LoopbackHttpServer&) = delete;
-
-    std::string Url(const std::string& path) const {
-        return "http://127.0.0.1:" + std::to_string(_Port) + path;
-    }
-    std::string RequestLog() const { return ReadFile(_LogPath); }
-
-private:
-    void Start(const std::string& root, int port) {
-        const bool systemPython = access("/usr/bin/python3", X_OK) == 0;
-        std::vector<std::string> arguments{systemPython ? "/usr/bin/python3" : "python3",
-                                           "-u",
-                                           "-m",
-                                           "http.server",
-                                           "--bind",
-                                           "127.0.0.1",
-                                           "--directory",
-                                           root,
-                                           std::to_string(port)};
-        std::vector<char*> argv;
-        for (std::string& argument : arguments) {
-            argv.push_back(&argument[0]);
-        }
-        argv.push_back(nullptr);
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, _LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        pid_t pid = -1;
-        int spawned = systemPython ? posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ)
-                                   : posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (spawned != 0) {
-            return;
-        }
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (waitpid(pid, nullptr, WNOHANG) == pid) {
-                return; // the port was taken meanwhile
-            }
-            if (AcceptsConnections(port)) {
-                _Pid = pid;
-                _Port = port;
-                return;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-
-    std::string _LogPath;
-    pid_t _Pid = -1;
-    int _Port = 0;
-};
-
-// The absolute path of a real tool on the test's PATH.
-std::string RealTool(const std::string& name) {
-    testsupport::CommandResult found = testsupport::Run("command -v " + name);
-    std::string path = found.output.substr(0, found.output.find('\n'));
-    if (found.exitCode != 0 || path.empty() || path[0] != '/') {
-        throw std::runtime_error("tool not installed: " + name);
-    }
-    char resolved[PATH_MAX];
-    if (realpath(path.c_str(), resolved) == nullptr) {
-        throw std::runtime_error("cannot resolve " + path);
-    }
-    return resolved;
-}
-
 class HostProgramTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -236,13 +97,13 @@ protected:
     // folder; environment is a prefix of NAME=value assignments for `env`.
     HostResult Host(const std::vector<std::string>& arguments,
                     const std::string& environment = std::string()) {
-        std::string command = "cd " + Quote(_Work.Path()) + " && env -u http_proxy -u HTTP_PROXY " +
-                              environment + " " + Quote(kHost);
+        std::string command = "cd " + ShellQuote(_Work.Path()) + " && env -u http_proxy -u HTTP_PROXY " +
+                              environment + " " + ShellQuote(kHost);
         for (const std::string& argument : arguments) {
-            command += " " + Quote(argument);
+            command += " " + ShellQuote(argument);
         }
         std::string errFile = _Work.File("stderr.txt");
-        testsupport::CommandResult result = testsupport::Run(command + " 2>" + Quote(errFile));
+        testsupport::CommandResult result = testsupport::Run(command + " 2>" + ShellQuote(errFile));
         HostResult host;
         host.exitCode = result.exitCode;
         host.out = result.output;
@@ -276,15 +137,7 @@ protected:
 
     // A PATH with links to just the named real tools.
     std::string ToolsOnly(std::initializer_list<const char*> tools) {
-        std::string folder = _Work.File("tools");
-        mkdir(folder.c_str(), 0755);
-        for (const char* tool : tools) {
-            std::string link = folder + "/" + tool;
-            if (symlink(RealTool(tool).c_str(), link.c_str()) != 0) {
-                throw std::runtime_error("symlink failed for " + link);
-            }
-        }
-        return folder;
+        return testsupport::LinkTools(_Work.File("tools"), tools);
     }
 
     std::string KeyWithUrlLine(const std::string& name) {
@@ -461,7 +314,7 @@ TEST_F(HostProgramTest, RunWithoutObtainableKeyRecordsADownloadWarningAndExitsOn
         WriteManifest(Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")})));
 
     // Neither `which` nor a download tool: no key location at all.
-    HostResult result = Host({"run", manifest}, "PATH=" + Quote(ToolsOnly({})));
+    HostResult result = Host({"run", manifest}, "PATH=" + ShellQuote(ToolsOnly({})));
 
     EXPECT_EQ(result.exitCode, 1) << result.err;
     EXPECT_EQ(
@@ -489,7 +342,7 @@ TEST_F(HostProgramTest, RunWithoutObtainableKeyRecordsADownloadWarningAndExitsOn
 }
 
 TEST_F(HostProgramTest, RunWithRefusedDownloadAsJsonShowsTheWarningEntries) {
-    std::string url = "http://127.0.0.1:" + std::to_string(FreeLoopbackPort()) + "/key.asc";
+    std::string url = "http://127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort()) + "/key.asc";
     std::string manifest = WriteManifest(
         Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}), json{{"signing_url", url}}));
 
@@ -574,12 +427,9 @@ TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealWgetFromALoopbackServer) {
 
     EXPECT_EQ(result.exitCode, 1) << result.err;
     std::string request = server.Url("/keys/release.asc") + "?id=UPD-9";
-    std::string command = "export LD_LIBRARY_PATH=\"\"; wget --timeout=3 --tries=1 --quiet " + request +
-                          " -O " + temp + "/PUBLIC_KEY.PUB 2>/dev/null";
-    EXPECT_TRUE(HasLine(result.err, "signing_get_public_key: command value [" + command + "]")) << result.err;
-    EXPECT_TRUE(HasLine(result.err, "signing_get_public_key: public key obtained successfully [" + temp +
-                                        "/PUBLIC_KEY.PUB]"))
-        << result.err;
+    std::string command = WgetCommand(request, temp + "/PUBLIC_KEY.PUB");
+    EXPECT_TRUE(HasLine(result.err, CommandValueLine(command))) << result.err;
+    EXPECT_TRUE(HasLine(result.err, KeyObtainedLine(temp + "/PUBLIC_KEY.PUB"))) << result.err;
     EXPECT_TRUE(Contains(server.RequestLog(), "\"GET /keys/release.asc?id=UPD-9 HTTP/1.1\" 200"))
         << server.RequestLog();
     EXPECT_EQ(ReadFile(temp + "/PUBLIC_KEY.PUB"), ReadFile(Key()));
@@ -602,13 +452,12 @@ TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealCurlWhenOnlyCurlIsInstalled) {
     std::string path = WriteManifest(manifest);
     std::string tools = ToolsOnly({"sh", "which", "curl"});
 
-    HostResult result = Host({"run", path}, "PATH=" + Quote(tools));
+    HostResult result = Host({"run", path}, "PATH=" + ShellQuote(tools));
 
     EXPECT_EQ(result.exitCode, 0) << result.err;
     std::string request = server.Url("/release.asc") + "?id=UPD-C";
-    std::string command = "export LD_LIBRARY_PATH=\"\"; curl --max-time 3 --retry 1 --location --silent " +
-                          request + " -o " + temp + "/PUBLIC_KEY.PUB 2>/dev/null";
-    EXPECT_TRUE(HasLine(result.err, "signing_get_public_key: command value [" + command + "]")) << result.err;
+    std::string command = CurlCommand(request, temp + "/PUBLIC_KEY.PUB");
+    EXPECT_TRUE(HasLine(result.err, CommandValueLine(command))) << result.err;
     EXPECT_TRUE(Contains(server.RequestLog(), "\"GET /release.asc?id=UPD-C HTTP/1.1\" 200"))
         << server.RequestLog();
     EXPECT_TRUE(HasLine(result.out, PassLine("good", Package("signed-rsa2048-sha512.rpm")))) << result.out;
@@ -626,15 +475,13 @@ TEST_F(HostProgramTest, RunWithoutTempFolderUsesItsOwnAndRemovesIt) {
     manifest["session"].erase("TEMP_FOLDER");
     std::string path = WriteManifest(manifest);
 
-    HostResult result = Host({"run", "--json", path}, "TMPDIR=" + Quote(tmpdir));
+    HostResult result = Host({"run", "--json", path}, "TMPDIR=" + ShellQuote(tmpdir));
 
     ASSERT_EQ(result.exitCode, 0) << result.err;
     json document = json::parse(result.out);
     std::string temp = document["session"]["TEMP_FOLDER"];
     EXPECT_EQ(temp.compare(0, tmpdir.size() + 14, tmpdir + "/signing-host-"), 0) << temp;
-    EXPECT_TRUE(HasLine(result.err, "signing_get_public_key: public key obtained successfully [" + temp +
-                                        "/PUBLIC_KEY.PUB]"))
-        << result.err;
+    EXPECT_TRUE(HasLine(result.err, KeyObtainedLine(temp + "/PUBLIC_KEY.PUB"))) << result.err;
     EXPECT_FALSE(PathExists(temp));
 }
 
@@ -704,9 +551,10 @@ TEST_F(HostProgramTest, RunDrawsAProgressBarOnATerminal) {
                                             Component("two", "signed-rsa2048-sha256.rpm")}),
                                json{{"signature", Key()}}));
     // script gives the program a terminal; standard output goes to a file.
-    std::string inner = Quote(kHost) + " run " + Quote(manifest) + " >" + Quote(_Work.File("summary.txt"));
+    std::string inner =
+        ShellQuote(kHost) + " run " + ShellQuote(manifest) + " >" + ShellQuote(_Work.File("summary.txt"));
     testsupport::CommandResult result =
-        testsupport::Run("script -qec " + Quote(inner) + " /dev/null </dev/null");
+        testsupport::Run("script -qec " + ShellQuote(inner) + " /dev/null </dev/null");
 
     EXPECT_EQ(result.exitCode, 0) << result.output;
     EXPECT_TRUE(Contains(result.output, "\r\033[K[###############---------------]  50%  Suite/one"))
@@ -720,15 +568,16 @@ TEST_F(HostProgramTest, RunDrawsAProgressBarOnATerminal) {
 TEST_F(HostProgramTest, RunUsesThePluginBesideItOrInTheFolderAbove) {
     std::string bin = _Work.File("bin");
     mkdir(bin.c_str(), 0755);
-    ASSERT_EQ(testsupport::Run("cp " + Quote(kHost) + " " + Quote(bin + "/signing-host") + " && cp " +
-                               Quote(testsupport::PluginPath()) + " " + Quote(_Work.File("signing.so")))
+    ASSERT_EQ(testsupport::Run("cp " + ShellQuote(kHost) + " " + ShellQuote(bin + "/signing-host") +
+                               " && cp " + ShellQuote(testsupport::PluginPath()) + " " +
+                               ShellQuote(_Work.File("signing.so")))
                   .exitCode,
               0);
     std::string manifest = WriteManifest(
         Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}), json{{"signature", Key()}}));
 
-    testsupport::CommandResult result =
-        testsupport::Run(Quote(bin + "/signing-host") + " run --json " + Quote(manifest) + " 2>/dev/null");
+    testsupport::CommandResult result = testsupport::Run(ShellQuote(bin + "/signing-host") + " run --json " +
+                                                         ShellQuote(manifest) + " 2>/dev/null");
 
     ASSERT_EQ(result.exitCode, 0);
     EXPECT_EQ(json::parse(result.output)["plugin"], _Work.File("signing.so"));
@@ -1004,7 +853,7 @@ TEST_F(HostProgramTest, ManifestExampleOfTheReadmeIsAccepted) {
 
     // No download tools: the example's local key (missing here) is the
     // fallback, so the run ends with the validate warning.
-    HostResult result = Host({"run", "--json", path}, "PATH=" + Quote(ToolsOnly({})));
+    HostResult result = Host({"run", "--json", path}, "PATH=" + ShellQuote(ToolsOnly({})));
 
     ASSERT_EQ(result.exitCode, 1) << result.err;
     json document = json::parse(result.out);
@@ -1023,11 +872,13 @@ TEST_F(HostProgramTest, DemoRunsEndToEnd) {
     ASSERT_EQ(symlink(kHost.c_str(), (build + "/signing-host").c_str()), 0);
     ASSERT_EQ(symlink(testsupport::PluginPath().c_str(), (build + "/signing.so").c_str()), 0);
 
-    testsupport::CommandResult first = testsupport::Run("bash " + Quote(SIGNING_DEMO_SCRIPT) + " " +
-                                                        Quote(build) + " 2>" + Quote(_Work.File("demo.err")));
+    testsupport::CommandResult first =
+        testsupport::Run("bash " + ShellQuote(SIGNING_DEMO_SCRIPT) + " " + ShellQuote(build) + " 2>" +
+                         ShellQuote(_Work.File("demo.err")));
     // Running it a second time starts afresh.
-    testsupport::CommandResult second = testsupport::Run(
-        "bash " + Quote(SIGNING_DEMO_SCRIPT) + " " + Quote(build) + " 2>" + Quote(_Work.File("demo.err")));
+    testsupport::CommandResult second =
+        testsupport::Run("bash " + ShellQuote(SIGNING_DEMO_SCRIPT) + " " + ShellQuote(build) + " 2>" +
+                         ShellQuote(_Work.File("demo.err")));
 
     ASSERT_EQ(first.exitCode, 0) << first.output << ReadFile(_Work.File("demo.err"));
     ASSERT_EQ(second.exitCode, 0) << second.output << ReadFile(_Work.File("demo.err"));
@@ -1058,7 +909,8 @@ TEST_F(HostProgramTest, DemoRunsEndToEnd) {
         Contains(log, "signing_get_public_key: public key obtained successfully [tmp/PUBLIC_KEY.PUB]"))
         << log;
     EXPECT_FALSE(PathExists(build + "/demo/keyservice.pid"));
-    testsupport::Run("gpgconf --homedir " + Quote(build + "/demo/gnupg") + " --kill all >/dev/null 2>&1");
+    testsupport::Run("gpgconf --homedir " + ShellQuote(build + "/demo/gnupg") +
+                     " --kill all >/dev/null 2>&1");
 }
 
 // ------------------------------------------- the host library's listeners

@@ -6,24 +6,28 @@
 #include "signing.h"
 
 #include "Exceptions.h"
+#include "KeyDownloadLog.h"
+#include "LoopbackServer.h"
+#include "PluginSessionTest.h"
 #include "TestSupport.h"
+#include "ToolPath.h"
 
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <cstdlib>
-#include <netinet/in.h>
 #include <stdexcept>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <vector>
 
 using host::HostLog;
-using host::HostSession;
+using testsupport::AppendAttempt;
+using testsupport::CommandValueLine;
 using testsupport::Fixture;
-using testsupport::TempDir;
+using testsupport::kDownloadingLine;
+using testsupport::kWgetProtocols;
+using testsupport::RequestLine;
+using testsupport::UserKeyLine;
+using testsupport::WgetCommand;
 using testsupport::WriteFile;
 
 namespace {
@@ -32,7 +36,6 @@ using Lines = std::vector<std::string>;
 
 const char kStarted[] = "signing_validate_package_list: started";
 const char kFinished[] = "signing_validate_package_list: finished";
-const char kDownloading[] = "signing_get_public_key: public key will be downloaded from QEL";
 const char kIncorrectKey[] = "_signing_is_valid_key: public key contains incorrect value";
 const char kNoKeyLocation[] = "signing_validate_package_list: unable to obtain public key location";
 const char kKeyNotValid[] = "signing_validate_package_list: public key is not valid";
@@ -46,10 +49,6 @@ const char kDownloadShort[] = ";SIGNING_prereq_war_signing_check_download_short_
 const char kDownloadFull[] = ";SIGNING_prereq_war_signing_check_download_full_desc";
 const char kFileShort[] = ";SIGNING_prereq_war_signing_check_file_short_desc";
 const char kFileFull[] = ";SIGNING_prereq_war_signing_check_file_full_desc";
-
-std::string UserKeyLine(const std::string& key) {
-    return "signing_get_public_key: public key specified by user " + key;
-}
 
 std::string ResultLine(int status, const std::string& path, const std::string& message) {
     return "_signing_validate_file: signing validation result " + std::to_string(status) +
@@ -65,81 +64,17 @@ std::string NotAvailableLine(const std::string& name) {
            "' is not verified because it is not available";
 }
 
-std::string RequestLine(const std::string& request) {
-    return "signing_get_public_key: request value [" + request + "]";
-}
-
-// Sets or clears an environment variable of the test process for one test
-// and restores it afterwards; the shells that popen starts inherit it.
-class EnvironmentVariableGuard {
-public:
-    explicit EnvironmentVariableGuard(const char* name) : _Name(name) {
-        const char* value = std::getenv(name);
-        _Had = value != nullptr;
-        if (_Had) {
-            _Value = value;
-        }
-    }
-    ~EnvironmentVariableGuard() {
-        if (_Had) {
-            setenv(_Name.c_str(), _Value.c_str(), 1);
-        } else {
-            unsetenv(_Name.c_str());
-        }
-    }
-    EnvironmentVariableGuard(const EnvironmentVariableGuard&) = delete;
-    EnvironmentVariableGuard& operator=(const EnvironmentVariableGuard&) = delete;
-
-    void Set(const std::string& value) { setenv(_Name.c_str(), value.c_str(), 1); }
-    void Unset() { unsetenv(_Name.c_str()); }
-
-private:
-    std::string _Name;
-    std::string _Value;
-    bool _Had = false;
-};
-
-// A loopback TCP port with nothing listening on it: a download from it is
-// refused at once.
-int ClosedLoopbackPort() {
-    int socketFd = socket(AF_INET, SOCK_STREAM, 0);
-    if (socketFd < 0) {
-        throw std::runtime_error("socket failed");
-    }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    if (bind(socketFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        getsockname(socketFd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        close(socketFd);
-        throw std::runtime_error("cannot find a free port");
-    }
-    close(socketFd);
-    return ntohs(address.sin_port);
-}
-
-class PackageListValidationTest : public ::testing::Test {
+class PackageListValidationTest : public testsupport::PluginSessionTest {
 protected:
-    PackageListValidationTest() : _Path("PATH"), _Proxy("http_proxy"), _ProxyUpper("HTTP_PROXY") {
-        _Temp = _Work.File("temp");
-        mkdir(_Temp.c_str(), 0755);
-        _Session.SetValue("TEMP_FOLDER", _Temp);
+    PackageListValidationTest() : _Path("PATH") {
         // Package folders are host operands: "${PACKAGES}" expands to the
         // fixture packages.
         _Session.SetValue("PACKAGES", Fixture("rpm"));
         _Session.SetValue("KEYS", Fixture("keys"));
-        _Proxy.Unset();
-        _ProxyUpper.Unset();
     }
     void SetUp() override {
         REQUIRE_FIXTURE(Key());
-        HostLog::WriteNowhere();
-        HostLog::Clear();
-    }
-    void TearDown() override {
-        HostLog::WriteToStandardError();
-        HostLog::Clear();
+        PluginSessionTest::SetUp();
     }
 
     static std::string Key(const std::string& name = "rsa2048") { return Fixture("keys/" + name + ".asc"); }
@@ -179,12 +114,8 @@ protected:
         EXPECT_TRUE(_Session.Writes("FULL_DESC").empty());
     }
 
-    TempDir _Work;
-    std::string _Temp;
-    HostSession _Session;
-    EnvironmentVariableGuard _Path;
-    EnvironmentVariableGuard _Proxy;
-    EnvironmentVariableGuard _ProxyUpper;
+    testsupport::EnvironmentVariableGuard _Path;
+    testsupport::NoHttpProxy _NoProxy;
 };
 
 } // namespace
@@ -424,7 +355,7 @@ TEST_F(PackageListValidationTest, WithoutDownloadToolsTheLocalKeyIsUsed) {
 
     EXPECT_EQ(Validate(), 0);
 
-    EXPECT_EQ(Log(), (Lines{kStarted, kDownloading, RequestLine("?id="), UserKeyLine(Key()),
+    EXPECT_EQ(Log(), (Lines{kStarted, kDownloadingLine, RequestLine("?id="), UserKeyLine(Key()),
                             SignedLine(Package("signed-rsa2048-sha256.rpm")), kFinished}));
     EXPECT_EQ(_Session.Writes("signature"), (Lines{Key()}));
     ExpectPrerequisitesUntouched();
@@ -432,7 +363,8 @@ TEST_F(PackageListValidationTest, WithoutDownloadToolsTheLocalKeyIsUsed) {
 
 TEST_F(PackageListValidationTest, RefusedDownloadFallsBackToTheLocalKey) {
     ASSERT_EQ(testsupport::Run("which wget").exitCode, 0) << "wget must be installed";
-    const std::string url = "http://127.0.0.1:" + std::to_string(ClosedLoopbackPort()) + "/key";
+    // Nothing listens on the port: every download is refused at once.
+    const std::string url = "http://127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort()) + "/key";
     _Session.SetValue("signing_url", url);
     _Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/unused");
     _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
@@ -443,14 +375,10 @@ TEST_F(PackageListValidationTest, RefusedDownloadFallsBackToTheLocalKey) {
     EXPECT_EQ(Validate(), 0);
 
     const std::string request = url + "?id=UPD-1";
-    const std::string command = "export LD_LIBRARY_PATH=\"\"; wget --timeout=3 --tries=1 --quiet " + request +
-                                " -O " + _Temp + "/PUBLIC_KEY.PUB 2>/dev/null";
-    Lines expected{kStarted, kDownloading, RequestLine(request),
-                   "signing_get_public_key: command value [" + command + "]"};
-    for (const char* protocol :
-         {"--secure-protocol=SSLv3", "--secure-protocol=SSLv2", "--secure-protocol=TLSv1"}) {
-        expected.push_back("signing_get_public_key: secure command   [" + command + " " + protocol + "]");
-        expected.push_back(std::string("signing_get_public_key: secure protocols [") + protocol + "]");
+    const std::string command = WgetCommand(request, _Temp + "/PUBLIC_KEY.PUB");
+    Lines expected{kStarted, kDownloadingLine, RequestLine(request), CommandValueLine(command)};
+    for (const char* protocol : kWgetProtocols) {
+        AppendAttempt(expected, command, protocol);
         // wget's exit code 4 (network failure) as a raw wait status.
         expected.push_back("_signing_call_webservice: web service call failed with status 1024");
     }
@@ -481,8 +409,8 @@ TEST_F(PackageListValidationTest, KeyThatCannotBeLocatedIsADownloadWarning) {
 
     EXPECT_EQ(Validate(), 1);
 
-    EXPECT_EQ(Log(), (Lines{kStarted, kDownloading, RequestLine("?id="), kDownloading, RequestLine("?id="),
-                            kNoKeyLocation, std::string(kWarningLine) + ";0"}));
+    EXPECT_EQ(Log(), (Lines{kStarted, kDownloadingLine, RequestLine("?id="), kDownloadingLine,
+                            RequestLine("?id="), kNoKeyLocation, std::string(kWarningLine) + ";0"}));
     EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
     EXPECT_EQ(_Session.Value("SHORT_DESC"), kDownloadShort);
     EXPECT_EQ(_Session.Value("FULL_DESC"), kDownloadFull);

@@ -207,18 +207,9 @@ inline std::vector<PackageFixture> SignedPackages() {
 
 // ------------------------------------------------------------ tool oracles
 
-// Single-quotes a text for /bin/sh.
-inline std::string ShellQuote(const std::string& text) {
-    std::string quoted = "'";
-    for (char c : text) {
-        if (c == '\'') {
-            quoted += "'\\''";
-        } else {
-            quoted += c;
-        }
-    }
-    return quoted + "'";
-}
+// Shell quoting lives in TestSupport.h; the oracles below and their callers
+// know it as fixtures::ShellQuote too.
+using testsupport::ShellQuote;
 
 // rpmkeys' verdict with the fixture rpm database (rsa2048 and rsa4096
 // imported): true when it accepts every digest and signature of the package.

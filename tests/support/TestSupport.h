@@ -86,6 +86,19 @@ inline void WriteBytes(const std::string& path, const std::vector<unsigned char>
     WriteFile(path, std::string(content.begin(), content.end()));
 }
 
+// Single-quotes a text for /bin/sh.
+inline std::string ShellQuote(const std::string& text) {
+    std::string quoted = "'";
+    for (char c : text) {
+        if (c == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "'";
+}
+
 struct CommandResult {
     int exitCode; // the exit status, or 128 + signal number
     std::string output; // standard output (standard error is not captured)

@@ -1,0 +1,54 @@
+// The plug-in's log lines and download commands while it obtains the public
+// key, as the key acquisition, package list and host program tests expect
+// them byte for byte.
+#ifndef SIGNING_TEST_KEY_DOWNLOAD_LOG_H
+#define SIGNING_TEST_KEY_DOWNLOAD_LOG_H
+
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+const char kDownloadingLine[] = "signing_get_public_key: public key will be downloaded from QEL";
+
+// The secure options logged for each of the three attempts of a tool.
+const char kWgetProtocols[3][24] = {"--secure-protocol=SSLv3", "--secure-protocol=SSLv2",
+                                    "--secure-protocol=TLSv1"};
+const char kCurlProtocols[3][8] = {"--sslv3", "--sslv2", "--tlsv1"};
+
+inline std::string WgetCommand(const std::string& request, const std::string& outFile) {
+    return "export LD_LIBRARY_PATH=\"\"; wget --timeout=3 --tries=1 --quiet " + request + " -O " + outFile +
+           " 2>/dev/null";
+}
+
+inline std::string CurlCommand(const std::string& request, const std::string& outFile) {
+    return "export LD_LIBRARY_PATH=\"\"; curl --max-time 3 --retry 1 --location --silent " + request +
+           " -o " + outFile + " 2>/dev/null";
+}
+
+inline std::string UserKeyLine(const std::string& key) {
+    return "signing_get_public_key: public key specified by user " + key;
+}
+
+inline std::string RequestLine(const std::string& request) {
+    return "signing_get_public_key: request value [" + request + "]";
+}
+
+inline std::string CommandValueLine(const std::string& command) {
+    return "signing_get_public_key: command value [" + command + "]";
+}
+
+inline std::string KeyObtainedLine(const std::string& path) {
+    return "signing_get_public_key: public key obtained successfully [" + path + "]";
+}
+
+// The two lines that open one download attempt with a secure option.
+inline void AppendAttempt(std::vector<std::string>& lines, const std::string& command,
+                          const std::string& protocol) {
+    lines.push_back("signing_get_public_key: secure command   [" + command + " " + protocol + "]");
+    lines.push_back("signing_get_public_key: secure protocols [" + protocol + "]");
+}
+
+} // namespace testsupport
+
+#endif
