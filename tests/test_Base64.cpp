@@ -1,6 +1,7 @@
 // Base64 and Radix-64 codecs: published vectors, OpenSSL's block codec as an
 // oracle, the decoder's exact tolerance rules, CRC-24, and real gpg armor.
 #include "Base64.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "TestSupport.h"
 
@@ -13,6 +14,8 @@
 #include <random>
 #include <string>
 #include <vector>
+
+using testsupport::ExpectThrowWithText;
 
 namespace {
 
@@ -44,16 +47,6 @@ std::string RadixDecodeText(const std::string& text) {
     std::unique_ptr<char[]> bytes(
         Radix64::Decode(text.data(), static_cast<unsigned int>(text.size()), outLength));
     return std::string(bytes.get(), outLength);
-}
-
-// Expects fn to throw exactly the exception type E with the given what().
-template <typename E, typename Fn> void ExpectThrowWithText(Fn fn, const std::string& text) {
-    try {
-        fn();
-        ADD_FAILURE() << "no exception, expected: " << text;
-    } catch (const E& error) {
-        EXPECT_EQ(std::string(error.what()), text);
-    }
 }
 
 const char* const kBadCharacter = "Base64 data decoding error: bad character in input";

@@ -2,6 +2,7 @@
 // decoding, the packet loop, and real gpg keys in armored (LF and CR LF) and
 // binary form.
 #include "Base64.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "PgpMessage.h"
 #include "TestSupport.h"
@@ -16,6 +17,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+using testsupport::ExpectThrowWithText;
 
 namespace {
 
@@ -37,15 +40,6 @@ std::string KeyId(const std::string& name) {
 std::unique_ptr<PgpMessage> Parse(const std::string& input) {
     std::vector<char> copy(input.begin(), input.end());
     return std::unique_ptr<PgpMessage>(new PgpMessage(copy.data(), static_cast<unsigned int>(copy.size())));
-}
-
-template <typename E, typename Fn> void ExpectThrowWithText(Fn fn, const std::string& text) {
-    try {
-        fn();
-        ADD_FAILURE() << "no exception, expected: " << text;
-    } catch (const E& error) {
-        EXPECT_EQ(std::string(error.what()), text);
-    }
 }
 
 void ExpectParseError(const std::string& input, const std::string& text) {

@@ -2,6 +2,7 @@
 // signature packets: hand-made packets with exact expected fields, and real
 // gpg signatures whose quick-check bytes are recomputed with OpenSSL.
 #include "ByteReader.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "MPI.h"
 #include "PgpPacket.h"
@@ -17,6 +18,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+using testsupport::ExpectThrowWithText;
 
 namespace {
 
@@ -76,15 +79,6 @@ unsigned int Size(const Bytes& bytes) {
 
 Bytes Copy(const unsigned char* data, size_t size) {
     return Bytes(data, data + size);
-}
-
-template <typename E, typename Fn> void ExpectThrowWithText(Fn fn, const std::string& text) {
-    try {
-        fn();
-        ADD_FAILURE() << "no exception, expected: " << text;
-    } catch (const E& error) {
-        EXPECT_EQ(std::string(error.what()), text);
-    }
 }
 
 template <typename Fn> std::string DataFormatText(Fn fn) {
