@@ -4,6 +4,7 @@
 #include "Base.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
+#include "FileTestSupport.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -22,19 +23,13 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace filetest;
 using testsupport::ReadFile;
 using testsupport::TempDir;
 using testsupport::WriteBytes;
 using testsupport::WriteFile;
 
 namespace {
-
-std::string Error(int error) {
-    return std::strerror(error);
-}
-
-const std::string kFileError = "File operation error: ";
-const std::string kNotFound = "File operation error: File not found: ";
 
 // The descriptors this process has open, by number.
 std::vector<int> OpenDescriptors() {
@@ -64,56 +59,6 @@ int DescriptorOf(const std::string& path) {
         }
     }
     return -1;
-}
-
-mode_t ModeOf(const std::string& path) {
-    struct stat status;
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
-
-std::string RealPath(const std::string& path) {
-    char* resolved = realpath(path.c_str(), nullptr);
-    std::string result = resolved != nullptr ? resolved : "";
-    std::free(resolved);
-    return result;
-}
-
-// Sets the process's umask for the lifetime of the object.
-class UmaskScope {
-public:
-    explicit UmaskScope(mode_t mask) : _Old(umask(mask)) {}
-    ~UmaskScope() { umask(_Old); }
-
-private:
-    mode_t _Old;
-};
-
-// Changes the working directory for the lifetime of the object.
-class WorkingDirectoryScope {
-public:
-    explicit WorkingDirectoryScope(const std::string& path) : _Old(RealPath(".")) {
-        EXPECT_EQ(chdir(path.c_str()), 0);
-    }
-    ~WorkingDirectoryScope() {
-        if (chdir(_Old.c_str()) != 0) {
-            ADD_FAILURE() << "cannot return to " << _Old;
-        }
-    }
-
-private:
-    std::string _Old;
-};
-
-template <typename Exception, typename Call> std::string ThrownText(Call call) {
-    try {
-        call();
-    } catch (const Exception& e) {
-        return e.what();
-    } catch (const std::exception& e) {
-        return std::string("unexpected exception type: ") + e.what();
-    }
-    return "nothing thrown";
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // attributes, on real folders and files in temporary folders.
 #include "Exceptions.h"
 #include "FileHelper.h"
+#include "FileTestSupport.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -20,66 +21,12 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace filetest;
 using testsupport::ReadFile;
 using testsupport::TempDir;
 using testsupport::WriteFile;
 
 namespace {
-
-std::string Error(int error) {
-    return std::strerror(error);
-}
-
-const std::string kFileError = "File operation error: ";
-const std::string kNotFound = "File operation error: File not found: ";
-
-template <typename Exception, typename Call> std::string ThrownText(Call call) {
-    try {
-        call();
-    } catch (const Exception& e) {
-        return e.what();
-    } catch (const std::exception& e) {
-        return std::string("unexpected exception type: ") + e.what();
-    }
-    return "nothing thrown";
-}
-
-mode_t ModeOf(const std::string& path) {
-    struct stat status;
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
-
-std::string RealPath(const std::string& path) {
-    char* resolved = realpath(path.c_str(), nullptr);
-    std::string result = resolved != nullptr ? resolved : "";
-    std::free(resolved);
-    return result;
-}
-
-class UmaskScope {
-public:
-    explicit UmaskScope(mode_t mask) : _Old(umask(mask)) {}
-    ~UmaskScope() { umask(_Old); }
-
-private:
-    mode_t _Old;
-};
-
-class WorkingDirectoryScope {
-public:
-    explicit WorkingDirectoryScope(const std::string& path) : _Old(RealPath(".")) {
-        EXPECT_EQ(chdir(path.c_str()), 0);
-    }
-    ~WorkingDirectoryScope() {
-        if (chdir(_Old.c_str()) != 0) {
-            ADD_FAILURE() << "cannot return to " << _Old;
-        }
-    }
-
-private:
-    std::string _Old;
-};
 
 std::list<std::string> Expand(const std::string& pattern) {
     std::list<std::string> names;
