@@ -3,6 +3,7 @@
 #include "Commands.h"
 
 #include "CommandLine.h"
+#include "CommonOptions.h"
 #include "HostSession.h"
 #include "LiveOutput.h"
 #include "LogRouting.h"
@@ -226,18 +227,8 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
 } // namespace
 
 int RunCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, {{"--plugin", true},
-                                 {"--log", true},
-                                 {"--json", false},
-                                 {"--help", false},
-                                 {"-h", false},
-                                 {"--version", false}});
-    if (line.Has("--help") || line.Has("-h")) {
-        std::fputs(kRunHelp, stdout);
-        return kExitSuccess;
-    }
-    if (line.Has("--version")) {
-        std::printf("%s\n", VersionText().c_str());
+    CommandLine line(arguments, WithCommonOptions({}));
+    if (PrintedHelpOrVersion(line, kRunHelp)) {
         return kExitSuccess;
     }
     if (line.Positionals().empty()) {
@@ -251,7 +242,7 @@ int RunCommand(const std::vector<std::string>& arguments) {
 
     // Everything that can fail is checked before the plug-in runs.
     Manifest manifest = Manifest::Load(manifestPath);
-    Plugin plugin(line.Has("--plugin") ? line.Value("--plugin") : Plugin::DefaultPath());
+    Plugin plugin(ChosenPluginPath(line));
     ValidateFunction validate = plugin.Entry<ValidateFunction>("signing_validate_package_list");
 
     HostSession session;

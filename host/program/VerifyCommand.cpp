@@ -2,6 +2,7 @@
 #include "Commands.h"
 
 #include "CommandLine.h"
+#include "CommonOptions.h"
 #include "LiveOutput.h"
 #include "LogRouting.h"
 #include "Plugin.h"
@@ -44,19 +45,8 @@ PackageResult VerifyOne(VerifyFunction verify, const std::string& package, const
 } // namespace
 
 int VerifyCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, {{"--key", true},
-                                 {"--plugin", true},
-                                 {"--log", true},
-                                 {"--json", false},
-                                 {"--help", false},
-                                 {"-h", false},
-                                 {"--version", false}});
-    if (line.Has("--help") || line.Has("-h")) {
-        std::fputs(kVerifyHelp, stdout);
-        return kExitSuccess;
-    }
-    if (line.Has("--version")) {
-        std::printf("%s\n", VersionText().c_str());
+    CommandLine line(arguments, WithCommonOptions({{"--key", true}}));
+    if (PrintedHelpOrVersion(line, kVerifyHelp)) {
         return kExitSuccess;
     }
     if (!line.Has("--key")) {
@@ -71,7 +61,7 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
         throw UsageError("the key file '" + key + "' does not exist or is not a file");
     }
 
-    Plugin plugin(line.Has("--plugin") ? line.Value("--plugin") : Plugin::DefaultPath());
+    Plugin plugin(ChosenPluginPath(line));
     VerifyFunction verify = plugin.Entry<VerifyFunction>("rpm_verify");
 
     const bool json = line.Has("--json");
