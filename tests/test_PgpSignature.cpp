@@ -69,6 +69,24 @@ rpmtest::SignatureSpec OwnSpec(int version, unsigned char hash) {
     return OwnKey::Get().Spec(version, hash);
 }
 
+// The packet that Sign lays out around an RSA value, with Sign's result and
+// message; Sign allocates the packet, which is copied and freed here.
+struct SignedPacket {
+    ProcessingResult result;
+    std::string message;
+    Bytes bytes;
+};
+
+SignedPacket SignPacket(PgpSignature& signer, Bytes value) {
+    soapWrap::Binary signatureValue{value.data(), static_cast<uint32_t>(value.size())};
+    soapWrap::Binary packet{nullptr, 0};
+    SignedPacket out;
+    out.result = signer.Sign(&packet, &signatureValue, out.message);
+    std::unique_ptr<unsigned char[]> owned(packet.data);
+    out.bytes.assign(packet.data, packet.data + packet.size);
+    return out;
+}
+
 // ------------------------------------------------------------ mappings
 
 TEST(PgpSignatureHash, OctetsMapToAlgorithms) {
@@ -535,15 +553,11 @@ TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionFourPacketThatVerifies) {
 
     PgpSignature signer(&fields);
     signer.SetDigest(0, trailed.get());
-    soapWrap::Binary signatureValue{const_cast<unsigned char*>(value.data()),
-                                    static_cast<uint32_t>(value.size())};
-    soapWrap::Binary packet{nullptr, 0};
-    std::string message;
-    EXPECT_EQ(Valid, signer.Sign(&packet, &signatureValue, message));
-    std::unique_ptr<unsigned char[]> owned(packet.data);
-    ASSERT_EQ(287u, packet.size);
+    SignedPacket packet = SignPacket(signer, value);
+    EXPECT_EQ(Valid, packet.result);
+    ASSERT_EQ(287u, packet.bytes.size());
 
-    const Bytes bytes(packet.data, packet.data + packet.size);
+    const Bytes& bytes = packet.bytes;
     EXPECT_EQ(0x89, bytes[0]);
     EXPECT_EQ(0x01, bytes[1]);
     EXPECT_EQ(0x1C, bytes[2]); // 287 - 3
@@ -570,7 +584,7 @@ TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionFourPacketThatVerifies) {
     auto parsed = Parse(bytes);
     auto digest = DigestOf(soapWrap::SHA256, data);
     parsed->signature->SetDigest(0, digest.get());
-    EXPECT_EQ(Valid, parsed->signature->Verify(message));
+    EXPECT_EQ(Valid, parsed->signature->Verify(packet.message));
 }
 
 TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionThreePacket) {
@@ -581,14 +595,11 @@ TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionThreePacket) {
     const Bytes hash = rpmtest::Hash(EVP_sha1(), rpmtest::FromText("v3"));
     PgpSignature signer(&fields);
     signer.SetDigest(0, digest.get());
-    Bytes value(256, 0x77);
-    soapWrap::Binary signatureValue{value.data(), 256};
-    soapWrap::Binary packet{nullptr, 0};
-    std::string message;
-    EXPECT_EQ(Valid, signer.Sign(&packet, &signatureValue, message));
-    std::unique_ptr<unsigned char[]> owned(packet.data);
-    ASSERT_EQ(280u, packet.size);
-    const Bytes bytes(packet.data, packet.data + packet.size);
+    const Bytes value(256, 0x77);
+    SignedPacket packet = SignPacket(signer, value);
+    EXPECT_EQ(Valid, packet.result);
+    ASSERT_EQ(280u, packet.bytes.size());
+    const Bytes& bytes = packet.bytes;
     EXPECT_EQ(0x89, bytes[0]);
     EXPECT_EQ(0x01, bytes[1]);
     EXPECT_EQ(0x15, bytes[2]); // 280 - 3
