@@ -3,6 +3,7 @@
 // and on the packages made with rpmbuild and rpmsign.
 #include "CertificateManager.h"
 #include "Digest.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
 #include "Fixtures.h"
@@ -71,6 +72,29 @@ protected:
         } catch (const E& error) {
             EXPECT_EQ(text, std::string(error.what()));
         }
+    }
+
+    // A signer over the bytes and the signature it parsed, with the offset
+    // after the signature header.
+    struct ParsedPackage {
+        std::unique_ptr<RpmSigner> signer;
+        unsigned long offset = 0;
+        std::unique_ptr<RpmSignature> signature;
+    };
+    ParsedPackage Parsed(const Bytes& content) {
+        ParsedPackage parsed;
+        parsed.signer = SignerFor(content);
+        parsed.signature.reset(parsed.signer->ParseSignature(parsed.offset, false));
+        return parsed;
+    }
+
+    // Expects PassDigestsToSignature to fail with exception E and the text.
+    template <class E> static void ExpectDigestFailure(ParsedPackage& parsed, const std::string& text) {
+        testsupport::ExpectThrowWithText<E>(
+            [&parsed] {
+                parsed.signer->PassDigestsToSignature(parsed.signature.get(), parsed.offset, false);
+            },
+            text);
     }
 
     // The package signed with the test's own key in the given algorithm.
@@ -326,48 +350,27 @@ TEST_F(RpmSignerTest, WrongMainHeaderMagicComesBeforeAnyDigest) {
     rpmtest::Package package = Signed();
     Bytes content = package.Build();
     content[package.MainHeaderOffset() + 3] = 0x02;
-    auto signer = SignerFor(content);
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
-    try {
-        signer->PassDigestsToSignature(signature.get(), offset, false);
-        FAIL() << "no exception";
-    } catch (const InvalidFileStructureException& error) {
-        EXPECT_EQ(std::string(kStructure) + "Header section: RPM header magic number is not found.",
-                  error.what());
-    }
-    EXPECT_EQ(nullptr, signature->GetDigest(0));
+    ParsedPackage parsed = Parsed(content);
+    ExpectDigestFailure<InvalidFileStructureException>(
+        parsed, std::string(kStructure) + "Header section: RPM header magic number is not found.");
+    EXPECT_EQ(nullptr, parsed.signature->GetDigest(0));
 }
 
 TEST_F(RpmSignerTest, FileEndingAfterTheSignatureHeader) {
     rpmtest::Package package = Signed();
     Bytes content = package.Build();
     content.resize(package.MainHeaderOffset());
-    auto signer = SignerFor(content);
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
-    try {
-        signer->PassDigestsToSignature(signature.get(), offset, false);
-        FAIL() << "no exception";
-    } catch (const InvalidFileStructureException& error) {
-        EXPECT_EQ(std::string(kStructure) + "Header section: RPM header magic number is not found.",
-                  error.what());
-    }
+    ParsedPackage parsed = Parsed(content);
+    ExpectDigestFailure<InvalidFileStructureException>(
+        parsed, std::string(kStructure) + "Header section: RPM header magic number is not found.");
 }
 
 TEST_F(RpmSignerTest, NoHeaderSignatureStopsBeforeTheDigests) {
     rpmtest::Package package = Signed();
     package.signatureEntries.erase(package.signatureEntries.begin() + 1);
-    auto signer = SignerFor(package.Build());
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
-    try {
-        signer->PassDigestsToSignature(signature.get(), offset, false);
-        FAIL() << "no exception";
-    } catch (const NotDefinedException& error) {
-        EXPECT_STREQ("There are no PGP signatures.", error.what());
-    }
-    EXPECT_EQ(nullptr, signature->GetDigest(0));
+    ParsedPackage parsed = Parsed(package.Build());
+    ExpectDigestFailure<NotDefinedException>(parsed, "There are no PGP signatures.");
+    EXPECT_EQ(nullptr, parsed.signature->GetDigest(0));
 }
 
 TEST_F(RpmSignerTest, MainHeaderBiggerThanTheFileIsRefused) {
@@ -375,20 +378,13 @@ TEST_F(RpmSignerTest, MainHeaderBiggerThanTheFileIsRefused) {
     // Index count of the main header: 0x00100000 entries.
     package.mainHeader[8] = 0x00;
     package.mainHeader[9] = 0x10;
-    auto signer = SignerFor(package.Build());
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
+    ParsedPackage parsed = Parsed(package.Build());
     const uint32_t dataSize = fixtures::Be32(package.mainHeader, 12);
-    try {
-        signer->PassDigestsToSignature(signature.get(), offset, false);
-        FAIL() << "no exception";
-    } catch (const InvalidFileStructureException& error) {
-        EXPECT_EQ(std::string(kStructure) +
-                      "Header section: the main header claims 1048580 index entries and " +
-                      std::to_string(dataSize) + " bytes of data, more than the file holds.",
-                  error.what());
-    }
-    EXPECT_EQ(nullptr, signature->GetDigest(0));
+    ExpectDigestFailure<InvalidFileStructureException>(
+        parsed, std::string(kStructure) +
+                    "Header section: the main header claims 1048580 index entries and " +
+                    std::to_string(dataSize) + " bytes of data, more than the file holds.");
+    EXPECT_EQ(nullptr, parsed.signature->GetDigest(0));
 }
 
 // ------------------------------------------------------------- Process
