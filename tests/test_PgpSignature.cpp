@@ -3,6 +3,7 @@
 // signatures and with keys and packets made by OpenSSL in the test.
 #include "CertificateManager.h"
 #include "Digest.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "Fixtures.h"
 #include "PgpMessage.h"
@@ -16,6 +17,8 @@
 #include <stdexcept>
 #include <string>
 
+using testsupport::ExpectThrowWithText;
+
 namespace {
 
 using rpmtest::Bytes;
@@ -24,11 +27,26 @@ const char kQuickCheckFailure[] = " Digest does not correspond to the signature"
 const char kOtherKey[] = " The file was signed with a different PGP certificate";
 const char kRsaFailure[] = "basic_string::_S_construct NULL not valid";
 
-// A parsed signature packet with the message that owns it.
+std::unique_ptr<Digest> DigestOf(soapWrap::HashAlgorithm algorithm, const Bytes& data) {
+    auto digest = std::make_unique<Digest>(algorithm);
+    digest->Update(data.data(), data.size());
+    return digest;
+}
+
+// A parsed signature packet with the message that owns it, and the digest
+// lent to it.
 struct ParsedSignature {
     Bytes bytes;
     std::unique_ptr<PgpMessage> message;
     std::unique_ptr<PgpSignature> signature;
+    std::unique_ptr<Digest> digest;
+
+    // Lends the signature a digest over the data, as the RPM signer does.
+    Digest* LendDigest(soapWrap::HashAlgorithm algorithm, const Bytes& data) {
+        digest = DigestOf(algorithm, data);
+        signature->SetDigest(0, digest.get());
+        return digest.get();
+    }
 };
 
 std::unique_ptr<ParsedSignature> Parse(const Bytes& packet) {
@@ -41,12 +59,6 @@ std::unique_ptr<ParsedSignature> Parse(const Bytes& packet) {
     }
     parsed->signature = std::make_unique<PgpSignature>(parsed->message->GetSignature());
     return parsed;
-}
-
-std::unique_ptr<Digest> DigestOf(soapWrap::HashAlgorithm algorithm, const Bytes& data) {
-    auto digest = std::make_unique<Digest>(algorithm);
-    digest->Update(data.data(), data.size());
-    return digest;
 }
 
 void UseKey(const std::string& path) {
@@ -108,18 +120,11 @@ TEST(PgpSignatureHash, AlgorithmsMapToOctets) {
 }
 
 TEST(PgpSignatureHash, UnknownAlgorithmsAreRefused) {
-    try {
-        PgpSignature::GetPgpHashAlgorithm(soapWrap::PEHeaderHash);
-        FAIL() << "no exception";
-    } catch (const NotSupportedException& error) {
-        EXPECT_STREQ("Not supported hash algorithm in PGP signature", error.what());
-    }
-    try {
-        PgpSignature::ToHashAlgorithm(3);
-        FAIL() << "no exception";
-    } catch (const NotSupportedException& error) {
-        EXPECT_STREQ("Not supported hash algorithm in PGP signature", error.what());
-    }
+    ExpectThrowWithText<NotSupportedException>(
+        [&] { PgpSignature::GetPgpHashAlgorithm(soapWrap::PEHeaderHash); },
+        "Not supported hash algorithm in PGP signature");
+    ExpectThrowWithText<NotSupportedException>([&] { PgpSignature::ToHashAlgorithm(3); },
+                                               "Not supported hash algorithm in PGP signature");
 }
 
 TEST(PgpSignatureHash, RipemdPacketHasNoAlgorithm) {
@@ -128,12 +133,8 @@ TEST(PgpSignatureHash, RipemdPacketHasNoAlgorithm) {
     spec.hashAlgorithm = 3;
     const unsigned char left[2] = {0, 0};
     auto parsed = Parse(rpmtest::SignaturePacket(spec, left, Bytes(256, 0x5A)));
-    try {
-        parsed->signature->GetHashAlgorithm();
-        FAIL() << "no exception";
-    } catch (const NotSupportedException& error) {
-        EXPECT_STREQ("Not supported hash algorithm in PGP signature", error.what());
-    }
+    ExpectThrowWithText<NotSupportedException>([&] { parsed->signature->GetHashAlgorithm(); },
+                                               "Not supported hash algorithm in PGP signature");
 }
 
 TEST(PgpSignatureHash, PacketAlgorithmOfEachFixtureSignature) {
@@ -151,12 +152,9 @@ TEST(PgpSignatureSize, StaticSizes) {
     EXPECT_EQ(287u, PgpSignature::GetSize(PgpSignatureVersion4, 2048));
     EXPECT_EQ(280u, PgpSignature::GetSize(PgpSignatureVersion3, 2048));
     EXPECT_EQ(543u, PgpSignature::GetSize(PgpSignatureVersion4, 4096));
-    try {
-        PgpSignature::GetSize(static_cast<PgpSignatureVersion>(5), 2048);
-        FAIL() << "no exception";
-    } catch (const NotImplementedException& error) {
-        EXPECT_STREQ("Not implemented: Cannot get size of PGP signature.", error.what());
-    }
+    ExpectThrowWithText<NotImplementedException>(
+        [&] { PgpSignature::GetSize(static_cast<PgpSignatureVersion>(5), 2048); },
+        "Not implemented: Cannot get size of PGP signature.");
 }
 
 TEST(PgpSignatureSize, SizeOfParsedPackets) {
@@ -186,12 +184,9 @@ TEST(PgpSignatureSize, SignedSizeIsNotImplemented) {
     const char issuer[8] = {};
     PgpSignatureData data(PgpSignatureVersion4, issuer, 2048, PgpSignatureBinary, PgpHashSha1);
     PgpSignature signature(&data);
-    try {
-        signature.GetSignedSize();
-        FAIL() << "no exception";
-    } catch (const NotImplementedException& error) {
-        EXPECT_STREQ("Not implemented: PgpSignature::GetSignedSize() is not implemented", error.what());
-    }
+    ExpectThrowWithText<NotImplementedException>(
+        [&] { signature.GetSignedSize(); },
+        "Not implemented: PgpSignature::GetSignedSize() is not implemented");
 }
 
 TEST(PgpSignatureConstruction, NullPacketIsRefused) {
@@ -210,8 +205,7 @@ TEST(PgpSignatureTrailer, VersionFourWithFourHashedBytes) {
     ASSERT_EQ(4u, parsed->signature->GetSignatureData()->GetHashedLength());
 
     const Bytes data = rpmtest::FromText("the package data");
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, data);
     std::unique_ptr<DigestBase> trailed(parsed->signature->UpdateHash());
 
     const Bytes trailer = {0x04, 0x00, 0x01, 0x08, 0x00, 0x04, 0x03, 0x0B,
@@ -230,8 +224,7 @@ TEST(PgpSignatureTrailer, VersionThreeHashesItsFiveBytes) {
     auto parsed = Parse(rpmtest::SignaturePacket(spec, left, Bytes(128, 0x42)));
 
     const Bytes data = rpmtest::FromText("version three data");
-    auto digest = DigestOf(soapWrap::SHA1, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA1, data);
     std::unique_ptr<DigestBase> trailed(parsed->signature->UpdateHash());
     const Bytes expected = rpmtest::Hash(EVP_sha1(), rpmtest::Concat(data, {0x00, 0x5F, 0x01, 0x02, 0x03}));
     EXPECT_EQ(expected, Bytes(trailed->GetValue(), trailed->GetValue() + trailed->GetLength()));
@@ -240,8 +233,7 @@ TEST(PgpSignatureTrailer, VersionThreeHashesItsFiveBytes) {
 TEST(PgpSignatureTrailer, ContainerDigestStaysOpen) {
     auto parsed = Parse(OwnKey::Get().Key().Sign(OwnSpec(4, rpmtest::kPgpSha256), rpmtest::FromText("x")));
     const Bytes data = rpmtest::FromText("first part ");
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    Digest* digest = parsed->LendDigest(soapWrap::SHA256, data);
     std::unique_ptr<DigestBase> trailed(parsed->signature->UpdateHash());
     trailed->GetValue();
     // The lent digest can still be fed and gives the digest of the data alone.
@@ -268,13 +260,12 @@ TEST_F(PgpSignatureFixtures, DetachedSignaturesVerify) {
         REQUIRE_FIXTURE(fixture.signature);
         UseKey(fixtures::KeyArmored(fixture.key));
         auto parsed = Parse(testsupport::ReadBytes(fixture.signature));
-        auto digest = DigestOf(AlgorithmOfName(fixture.digest), data);
-        parsed->signature->SetDigest(0, digest.get());
+        Digest* digest = parsed->LendDigest(AlgorithmOfName(fixture.digest), data);
         std::string message;
         EXPECT_EQ(Valid, parsed->signature->Verify(message)) << fixture.signature;
         EXPECT_EQ("", message);
         // Borrowed: the digest is still ours.
-        EXPECT_EQ(digest.get(), parsed->signature->GetDigest(0));
+        EXPECT_EQ(digest, parsed->signature->GetDigest(0));
     }
 }
 
@@ -284,8 +275,7 @@ TEST_F(PgpSignatureFixtures, BinaryAndCrlfKeysVerifyToo) {
         REQUIRE_FIXTURE(key);
         UseKey(key);
         auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa3072", "sha256")));
-        auto digest = DigestOf(soapWrap::SHA256, data);
-        parsed->signature->SetDigest(0, digest.get());
+        parsed->LendDigest(soapWrap::SHA256, data);
         std::string message;
         EXPECT_EQ(Valid, parsed->signature->Verify(message)) << key;
     }
@@ -298,8 +288,7 @@ TEST_F(PgpSignatureFixtures, LeadingZeroSignatureVerifies) {
     UseKey(fixtures::KeyArmored("rsa2048"));
     auto parsed = Parse(signatureBytes);
     EXPECT_LT(parsed->signature->GetSignatureData()->GetSignatureValue()->GetLengthInBytes(), 256u);
-    auto digest = DigestOf(soapWrap::SHA256, testsupport::ReadBytes(fixtures::LeadingZeroData()));
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, testsupport::ReadBytes(fixtures::LeadingZeroData()));
     std::string message;
     EXPECT_EQ(Valid, parsed->signature->Verify(message));
 }
@@ -310,8 +299,7 @@ TEST_F(PgpSignatureFixtures, ChangedDataFailsTheQuickCheck) {
     for (const auto& fixture : fixtures::DetachedSignatures()) {
         UseKey(fixtures::KeyArmored(fixture.key));
         auto parsed = Parse(testsupport::ReadBytes(fixture.signature));
-        auto digest = DigestOf(AlgorithmOfName(fixture.digest), data);
-        parsed->signature->SetDigest(0, digest.get());
+        parsed->LendDigest(AlgorithmOfName(fixture.digest), data);
         // The quick check must really differ for this data (it does for these fixtures).
         std::unique_ptr<DigestBase> trailed(parsed->signature->UpdateHash());
         const unsigned char* left = parsed->signature->GetSignatureData()->GetLeft16Bits();
@@ -328,8 +316,7 @@ TEST_F(PgpSignatureFixtures, MessagesAreAppended) {
     data[0] ^= 0x80;
     UseKey(fixtures::KeyArmored("rsa2048"));
     auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha256")));
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, data);
     std::string message = "before.";
     EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message));
     EXPECT_EQ(std::string("before.") + kQuickCheckFailure, message);
@@ -340,8 +327,7 @@ TEST_F(PgpSignatureFixtures, AnotherKeyFailsTheKeyCheck) {
     UseKey(fixtures::KeyArmored("other2048"));
     for (const auto& fixture : fixtures::DetachedSignatures()) {
         auto parsed = Parse(testsupport::ReadBytes(fixture.signature));
-        auto digest = DigestOf(AlgorithmOfName(fixture.digest), data);
-        parsed->signature->SetDigest(0, digest.get());
+        parsed->LendDigest(AlgorithmOfName(fixture.digest), data);
         std::string message = "x";
         EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message)) << fixture.signature;
         EXPECT_EQ(std::string("x") + kOtherKey, message);
@@ -353,8 +339,7 @@ TEST_F(PgpSignatureFixtures, QuickCheckComesBeforeKeyCheck) {
     data[1] ^= 0x10;
     UseKey(fixtures::KeyArmored("other2048"));
     auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha1")));
-    auto digest = DigestOf(soapWrap::SHA1, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA1, data);
     std::string message;
     EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message));
     EXPECT_EQ(kQuickCheckFailure, message);
@@ -364,20 +349,14 @@ TEST_F(PgpSignatureFixtures, KeyWithSigningSubkeyCannotBeLoaded) {
     REQUIRE_FIXTURE(fixtures::SubkeySignature());
     UseKey(fixtures::KeyArmored("signsub"));
     auto parsed = Parse(testsupport::ReadBytes(fixtures::SubkeySignature()));
-    auto digest = DigestOf(soapWrap::SHA256, testsupport::ReadBytes(fixtures::DataFile()));
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, testsupport::ReadBytes(fixtures::DataFile()));
     std::string message;
     // The signing subkey's binding signature carries its back-signature in an
     // unhashed subpacket with a two-byte length, which the key parser does
     // not understand: the key block is refused when the key is loaded.
-    try {
-        parsed->signature->Verify(message);
-        FAIL() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ(
-            "Invalid format of data: Size of the multi-precision integers is greater than the buffer length",
-            error.what());
-    }
+    ExpectThrowWithText<DataFormatException>(
+        [&] { parsed->signature->Verify(message); },
+        "Invalid format of data: Size of the multi-precision integers is greater than the buffer length");
     EXPECT_EQ("", message);
 }
 
@@ -389,15 +368,10 @@ TEST_F(PgpSignatureFixtures, FailedRsaCheckIsTheLogicError) {
         // The last byte belongs to the signature MPI: quick check and issuer stay.
         signatureBytes.back() ^= 0x01;
         auto parsed = Parse(signatureBytes);
-        auto digest = DigestOf(AlgorithmOfName(fixture.digest), data);
-        parsed->signature->SetDigest(0, digest.get());
+        parsed->LendDigest(AlgorithmOfName(fixture.digest), data);
         std::string message = "kept";
-        try {
-            parsed->signature->Verify(message);
-            FAIL() << "no exception for " << fixture.signature;
-        } catch (const std::logic_error& error) {
-            EXPECT_STREQ(kRsaFailure, error.what());
-        }
+        SCOPED_TRACE(fixture.signature);
+        ExpectThrowWithText<std::logic_error>([&] { parsed->signature->Verify(message); }, kRsaFailure);
         EXPECT_EQ("kept", message);
     }
 }
@@ -407,17 +381,12 @@ TEST_F(PgpSignatureFixtures, MissingKeyFilePassesThrough) {
     const std::string missing = folder.File("missing.asc");
     UseKey(missing);
     auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha256")));
-    auto digest = DigestOf(soapWrap::SHA256, testsupport::ReadBytes(fixtures::DataFile()));
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, testsupport::ReadBytes(fixtures::DataFile()));
     std::string message;
-    try {
-        parsed->signature->Verify(message);
-        FAIL() << "no exception";
-    } catch (const FileNotFoundException& error) {
-        EXPECT_EQ("File operation error: File not found: Cannot get status for '" + missing +
-                      "': No such file or directory",
-                  std::string(error.what()));
-    }
+    ExpectThrowWithText<FileNotFoundException>(
+        [&] { parsed->signature->Verify(message); },
+        "File operation error: File not found: Cannot get status for '" + missing +
+            "': No such file or directory");
 }
 
 TEST_F(PgpSignatureFixtures, KeyFileIsReadForEveryCheck) {
@@ -425,8 +394,7 @@ TEST_F(PgpSignatureFixtures, KeyFileIsReadForEveryCheck) {
     const std::string key = folder.File("key.asc");
     const Bytes data = testsupport::ReadBytes(fixtures::DataFile());
     auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha512")));
-    auto digest = DigestOf(soapWrap::SHA512, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA512, data);
     UseKey(key);
 
     testsupport::WriteFile(key, testsupport::ReadFile(fixtures::KeyArmored("rsa2048")));
@@ -458,8 +426,7 @@ TEST_F(PgpSignatureOwnKey, EveryHashAlgorithmInBothVersions) {
         for (const auto& algorithm : algorithms) {
             auto parsed = Parse(OwnKey::Get().Key().Sign(OwnSpec(version, algorithm.first), data));
             EXPECT_EQ(algorithm.second, parsed->signature->GetHashAlgorithm());
-            auto digest = DigestOf(algorithm.second, data);
-            parsed->signature->SetDigest(0, digest.get());
+            parsed->LendDigest(algorithm.second, data);
             std::string message;
             EXPECT_EQ(Valid, parsed->signature->Verify(message)) << version << " " << int(algorithm.first);
             EXPECT_EQ("", message);
@@ -473,15 +440,9 @@ TEST_F(PgpSignatureOwnKey, WrongSignatureWithRightQuickCheckIsTheLogicError) {
     const Bytes hash = rpmtest::Hash(EVP_sha256(), rpmtest::Concat(data, rpmtest::Trailer(spec)));
     Bytes garbage(256, 0x33);
     auto parsed = Parse(rpmtest::SignaturePacket(spec, hash.data(), garbage));
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, data);
     std::string message;
-    try {
-        parsed->signature->Verify(message);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(kRsaFailure, error.what());
-    }
+    ExpectThrowWithText<std::logic_error>([&] { parsed->signature->Verify(message); }, kRsaFailure);
 }
 
 TEST_F(PgpSignatureOwnKey, SignatureOfTheWrongDigestAlgorithmFailsTheRsaCheck) {
@@ -492,8 +453,7 @@ TEST_F(PgpSignatureOwnKey, SignatureOfTheWrongDigestAlgorithmFailsTheRsaCheck) {
     const Bytes hash = rpmtest::Hash(EVP_sha256(), rpmtest::Concat(data, rpmtest::Trailer(spec)));
     const Bytes wrong = OwnKey::Get().Key().SignDigest(EVP_sha512(), rpmtest::Hash(EVP_sha512(), data));
     auto parsed = Parse(rpmtest::SignaturePacket(spec, hash.data(), wrong));
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, data);
     std::string message;
     EXPECT_THROW(parsed->signature->Verify(message), std::logic_error);
 }
@@ -527,8 +487,7 @@ TEST_F(PgpSignatureOwnKey, OtherIssuerIsAnotherCertificate) {
     rpmtest::SignatureSpec spec = OwnSpec(3, rpmtest::kPgpSha256);
     spec.issuer[7] ^= 1;
     auto parsed = Parse(OwnKey::Get().Key().Sign(spec, data));
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, data);
     std::string message;
     EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message));
     EXPECT_EQ(kOtherKey, message);
@@ -582,8 +541,7 @@ TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionFourPacketThatVerifies) {
 
     // The packet parses and verifies against the key.
     auto parsed = Parse(bytes);
-    auto digest = DigestOf(soapWrap::SHA256, data);
-    parsed->signature->SetDigest(0, digest.get());
+    parsed->LendDigest(soapWrap::SHA256, data);
     EXPECT_EQ(Valid, parsed->signature->Verify(packet.message));
 }
 
