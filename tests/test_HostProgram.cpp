@@ -5,8 +5,8 @@
 // loopback HTTP server; the demo script runs as a whole.
 #include "Fixtures.h"
 #include "HostSession.h"
-#include "KeyDownloadLog.h"
 #include "LoopbackServer.h"
+#include "PluginLogLines.h"
 #include "TestSupport.h"
 #include "ToolPath.h"
 
@@ -33,7 +33,9 @@ using testsupport::LoopbackHttpServer;
 using testsupport::PathExists;
 using testsupport::ReadFile;
 using testsupport::ShellQuote;
+using testsupport::SignedLine;
 using testsupport::TempDir;
+using testsupport::UserKeyLine;
 using testsupport::WgetCommand;
 using testsupport::WriteFile;
 
@@ -140,6 +142,15 @@ protected:
         return testsupport::LinkTools(_Work.File("tools"), tools);
     }
 
+    // Three components, rsa2048's packages with each digest, checked with
+    // the user's key.
+    json AllSignedManifest() {
+        return Manifest(json::array({Component("one", "signed-rsa2048-sha1.rpm"),
+                                     Component("two", "signed-rsa2048-sha256.rpm"),
+                                     Component("three", "signed-rsa2048-sha512.rpm")}),
+                        json{{"signature", Key()}});
+    }
+
     std::string KeyWithUrlLine(const std::string& name) {
         std::string path = _Work.File(name);
         WriteFile(path, "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\nmoved to http://keys.example/release.asc\n"
@@ -162,11 +173,7 @@ const char kErrorShortLine[] =
 // ------------------------------------------------------------------- run
 
 TEST_F(HostProgramTest, RunAllSignedExitsZeroWithOnePassLinePerComponent) {
-    std::string manifest =
-        WriteManifest(Manifest(json::array({Component("one", "signed-rsa2048-sha1.rpm"),
-                                            Component("two", "signed-rsa2048-sha256.rpm"),
-                                            Component("three", "signed-rsa2048-sha512.rpm")}),
-                               json{{"signature", Key()}}));
+    std::string manifest = WriteManifest(AllSignedManifest());
 
     HostResult result = Host({"run", manifest});
 
@@ -182,33 +189,22 @@ TEST_F(HostProgramTest, RunAllSignedExitsZeroWithOnePassLinePerComponent) {
                                        "Result: 0 - every package that was verified is signed",
                                    }));
     // Standard error is not a terminal: the log and plain progress lines.
-    EXPECT_EQ(LinesOf(result.err),
-              (std::vector<std::string>{
-                  "signing_validate_package_list: started",
-                  "progress: 0%",
-                  "signing_get_public_key: public key specified by user " + Key(),
-                  "progress: 33% Suite/one",
-                  "_signing_validate_file: signing validation result 0 (0 is success) for " +
-                      Package("signed-rsa2048-sha1.rpm") + " package [" + Package("signed-rsa2048-sha1.rpm") +
-                      " is signed.]",
-                  "progress: 66% Suite/two",
-                  "_signing_validate_file: signing validation result 0 (0 is success) for " +
-                      Package("signed-rsa2048-sha256.rpm") + " package [" +
-                      Package("signed-rsa2048-sha256.rpm") + " is signed.]",
-                  "progress: 100% Suite/three",
-                  "_signing_validate_file: signing validation result 0 (0 is success) for " +
-                      Package("signed-rsa2048-sha512.rpm") + " package [" +
-                      Package("signed-rsa2048-sha512.rpm") + " is signed.]",
-                  "signing_validate_package_list: finished",
-              }));
+    EXPECT_EQ(LinesOf(result.err), (std::vector<std::string>{
+                                       "signing_validate_package_list: started",
+                                       "progress: 0%",
+                                       UserKeyLine(Key()),
+                                       "progress: 33% Suite/one",
+                                       SignedLine(Package("signed-rsa2048-sha1.rpm")),
+                                       "progress: 66% Suite/two",
+                                       SignedLine(Package("signed-rsa2048-sha256.rpm")),
+                                       "progress: 100% Suite/three",
+                                       SignedLine(Package("signed-rsa2048-sha512.rpm")),
+                                       "signing_validate_package_list: finished",
+                                   }));
 }
 
 TEST_F(HostProgramTest, RunAllSignedAsJson) {
-    std::string manifest =
-        WriteManifest(Manifest(json::array({Component("one", "signed-rsa2048-sha1.rpm"),
-                                            Component("two", "signed-rsa2048-sha256.rpm"),
-                                            Component("three", "signed-rsa2048-sha512.rpm")}),
-                               json{{"signature", Key()}}));
+    std::string manifest = WriteManifest(AllSignedManifest());
 
     HostResult result = Host({"run", "--json", manifest});
 
@@ -384,11 +380,9 @@ TEST_F(HostProgramTest, RunWithKeyFilesHoldingAUrlRecordsAValidateWarning) {
     EXPECT_TRUE(
         HasLine(result.out, "Result: 1 - no valid public key was obtained, so no package was checked"));
     EXPECT_EQ(PluginLogLines(result.err),
-              (std::vector<std::string>{"signing_validate_package_list: started",
-                                        "signing_get_public_key: public key specified by user " + bad,
+              (std::vector<std::string>{"signing_validate_package_list: started", UserKeyLine(bad),
                                         "_signing_is_valid_key: public key contains incorrect value",
-                                        "signing_get_public_key: public key specified by user " +
-                                            _Work.File("local.asc"),
+                                        UserKeyLine(_Work.File("local.asc")),
                                         "_signing_is_valid_key: public key contains incorrect value",
                                         "signing_validate_package_list: public key is not valid",
                                         "_signing_set_optional_prerequisite_status: ;0"}));
@@ -531,13 +525,9 @@ TEST_F(HostProgramTest, RunWritesTheLogFileToo) {
     HostResult result = Host({"run", "--log", logFile, manifest});
 
     ASSERT_EQ(result.exitCode, 0) << result.err;
-    std::vector<std::string> expected{
-        "signing_validate_package_list: started",
-        "signing_get_public_key: public key specified by user " + Key(),
-        "_signing_validate_file: signing validation result 0 (0 is success) for " +
-            Package("signed-rsa2048-sha256.rpm") + " package [" + Package("signed-rsa2048-sha256.rpm") +
-            " is signed.]",
-        "signing_validate_package_list: finished"};
+    std::vector<std::string> expected{"signing_validate_package_list: started", UserKeyLine(Key()),
+                                      SignedLine(Package("signed-rsa2048-sha256.rpm")),
+                                      "signing_validate_package_list: finished"};
     EXPECT_EQ(LinesOf(ReadFile(logFile)), expected);
     EXPECT_EQ(PluginLogLines(result.err), expected);
 }

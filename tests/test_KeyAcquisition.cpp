@@ -5,8 +5,8 @@
 #include "HostSession.h"
 #include "signing.h"
 
-#include "KeyDownloadLog.h"
 #include "LoopbackServer.h"
+#include "PluginLogLines.h"
 #include "PluginSessionTest.h"
 #include "TestSupport.h"
 #include "ToolPath.h"

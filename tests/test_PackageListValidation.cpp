@@ -6,8 +6,8 @@
 #include "signing.h"
 
 #include "Exceptions.h"
-#include "KeyDownloadLog.h"
 #include "LoopbackServer.h"
+#include "PluginLogLines.h"
 #include "PluginSessionTest.h"
 #include "TestSupport.h"
 #include "ToolPath.h"
@@ -26,6 +26,8 @@ using testsupport::Fixture;
 using testsupport::kDownloadingLine;
 using testsupport::kWgetProtocols;
 using testsupport::RequestLine;
+using testsupport::ResultLine;
+using testsupport::SignedLine;
 using testsupport::UserKeyLine;
 using testsupport::WgetCommand;
 using testsupport::WriteFile;
@@ -49,15 +51,6 @@ const char kDownloadShort[] = ";SIGNING_prereq_war_signing_check_download_short_
 const char kDownloadFull[] = ";SIGNING_prereq_war_signing_check_download_full_desc";
 const char kFileShort[] = ";SIGNING_prereq_war_signing_check_file_short_desc";
 const char kFileFull[] = ";SIGNING_prereq_war_signing_check_file_full_desc";
-
-std::string ResultLine(int status, const std::string& path, const std::string& message) {
-    return "_signing_validate_file: signing validation result " + std::to_string(status) +
-           " (0 is success) for " + path + " package [" + message + "]";
-}
-
-std::string SignedLine(const std::string& path) {
-    return ResultLine(0, path, path + " is signed.");
-}
 
 std::string NotAvailableLine(const std::string& name) {
     return "signing_validate_package_list: component '" + name +

@@ -1,8 +1,8 @@
-// The plug-in's log lines and download commands while it obtains the public
-// key, as the key acquisition, package list and host program tests expect
-// them byte for byte.
-#ifndef SIGNING_TEST_KEY_DOWNLOAD_LOG_H
-#define SIGNING_TEST_KEY_DOWNLOAD_LOG_H
+// The plug-in's log lines (the key it uses, its download commands, the
+// result for each package), as the key acquisition, package list and host
+// program tests expect them byte for byte.
+#ifndef SIGNING_TEST_PLUGIN_LOG_LINES_H
+#define SIGNING_TEST_PLUGIN_LOG_LINES_H
 
 #include <string>
 #include <vector>
@@ -47,6 +47,17 @@ inline void AppendAttempt(std::vector<std::string>& lines, const std::string& co
                           const std::string& protocol) {
     lines.push_back("signing_get_public_key: secure command   [" + command + " " + protocol + "]");
     lines.push_back("signing_get_public_key: secure protocols [" + protocol + "]");
+}
+
+// The result line of one package.
+inline std::string ResultLine(int status, const std::string& path, const std::string& message) {
+    return "_signing_validate_file: signing validation result " + std::to_string(status) +
+           " (0 is success) for " + path + " package [" + message + "]";
+}
+
+// The result line of a package that is signed.
+inline std::string SignedLine(const std::string& path) {
+    return ResultLine(0, path, path + " is signed.");
 }
 
 } // namespace testsupport
