@@ -88,6 +88,14 @@ protected:
         return parsed;
     }
 
+    // Parsed, then the digests over the main header and payload passed to
+    // the signature.
+    ParsedPackage Digested(const Bytes& content) {
+        ParsedPackage parsed = Parsed(content);
+        parsed.signer->PassDigestsToSignature(parsed.signature.get(), parsed.offset, false);
+        return parsed;
+    }
+
     // Expects PassDigestsToSignature to fail with exception E and the text.
     template <class E> static void ExpectDigestFailure(ParsedPackage& parsed, const std::string& text) {
         testsupport::ExpectThrowWithText<E>(
@@ -283,10 +291,8 @@ TEST_F(RpmSignerTest, DigestsWithSha1Signatures) {
 
 TEST_F(RpmSignerTest, DigestsWithSha256Signatures) {
     rpmtest::Package package = Signed(rpmtest::kPgpSha256, 200000);
-    auto signer = SignerFor(package.Build());
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
-    signer->PassDigestsToSignature(signature.get(), offset, false);
+    const ParsedPackage parsed = Digested(package.Build());
+    RpmSignature* signature = parsed.signature.get();
     EXPECT_EQ(soapWrap::SHA1, signature->GetDigest(0)->GetType());
     EXPECT_EQ(soapWrap::SHA256, signature->GetDigest(1)->GetType());
     EXPECT_EQ(soapWrap::SHA1, signature->GetDigest(2)->GetType());
@@ -304,10 +310,8 @@ TEST_F(RpmSignerTest, DigestsWithSha256Signatures) {
 
 TEST_F(RpmSignerTest, DigestsWithSha512Signatures) {
     rpmtest::Package package = Signed(rpmtest::kPgpSha512, 65536);
-    auto signer = SignerFor(package.Build());
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
-    signer->PassDigestsToSignature(signature.get(), offset, false);
+    const ParsedPackage parsed = Digested(package.Build());
+    RpmSignature* signature = parsed.signature.get();
     EXPECT_EQ(rpmtest::Hash(EVP_sha512(), package.mainHeader), Value(signature->GetDigest(1)));
     EXPECT_EQ(rpmtest::Hash(EVP_sha512(), package.HeaderAndPayload()), Value(signature->GetDigest(4)));
 }
@@ -315,10 +319,8 @@ TEST_F(RpmSignerTest, DigestsWithSha512Signatures) {
 TEST_F(RpmSignerTest, MainHeaderEndingAtTheEndOfTheFile) {
     rpmtest::Package package = Signed(rpmtest::kPgpSha256, 0);
     ASSERT_TRUE(package.payload.empty());
-    auto signer = SignerFor(package.Build());
-    unsigned long offset = 0;
-    std::unique_ptr<RpmSignature> signature(signer->ParseSignature(offset, false));
-    signer->PassDigestsToSignature(signature.get(), offset, false);
+    const ParsedPackage parsed = Digested(package.Build());
+    RpmSignature* signature = parsed.signature.get();
     std::string message;
     EXPECT_EQ(Valid, signature->Verify(message)) << message;
     EXPECT_EQ(rpmtest::Hash(EVP_md5(), package.mainHeader), Value(signature->GetDigest(3)));
