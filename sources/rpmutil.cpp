@@ -1,6 +1,7 @@
 #include "rpmutil.h"
 
 #include "CertificateManager.h"
+#include "ContractTexts.h"
 #include "FileHelper.h"
 #include "RpmSignerCreator.h"
 #include "Signer.h"
@@ -12,14 +13,12 @@
 
 namespace {
 
-constexpr char kInternalError[] = "Internal error.";
-
 // Set aside at load time, so that even when memory has run out the message
 // of an allocation failure is still one the caller may free.
-char* g_ReserveMessage = static_cast<char*>(std::malloc(sizeof(kInternalError)));
+char* g_ReserveMessage = static_cast<char*>(std::malloc(sizeof(contract::kVerifyOutOfMemory)));
 
 RPM_RESULT InternalError() {
-    char* message = static_cast<char*>(std::malloc(sizeof(kInternalError)));
+    char* message = static_cast<char*>(std::malloc(sizeof(contract::kVerifyOutOfMemory)));
     if (message == nullptr) {
         message = g_ReserveMessage;
         g_ReserveMessage = nullptr;
@@ -27,7 +26,7 @@ RPM_RESULT InternalError() {
     // With no memory at all and the reserve used up the message is null,
     // which free() accepts.
     if (message != nullptr) {
-        std::memcpy(message, kInternalError, sizeof(kInternalError));
+        std::memcpy(message, contract::kVerifyOutOfMemory, sizeof(contract::kVerifyOutOfMemory));
     }
     return RPM_RESULT{RPM_ERROR, message};
 }
@@ -80,7 +79,7 @@ extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
         RpmSignerCreator creator;
         if (!creator.IsMe(package.get())) {
             package.reset();
-            return response(RPM_ERROR, packagePath + " is not an RPM file.");
+            return response(RPM_ERROR, packagePath + contract::kVerifyNotAnRpmFile);
         }
         signer.reset(creator.GetSigner(0));
     }
@@ -93,8 +92,8 @@ extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
     } catch (const std::exception& error) {
         signer.reset();
         package.reset();
-        return response(RPM_ERROR,
-                        "Could not verify " + packagePath + " with key " + keyPath + " - " + error.what());
+        return response(RPM_ERROR, contract::kVerifyCouldNotVerify + packagePath + contract::kVerifyWithKey +
+                                       keyPath + contract::kVerifyErrorJoint + error.what());
     }
     signer.reset();
     package.reset();
@@ -104,18 +103,18 @@ extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
     // not passed on.
     switch (static_cast<unsigned int>(verdict)) {
     case kVerdictNotSigned:
-        return response(RPM_NOT_SIGNED, packagePath + " is not signed.");
+        return response(RPM_NOT_SIGNED, packagePath + contract::kVerifyNotSigned);
     case kVerdictSigned:
-        return response(RPM_SIGNED, packagePath + " is signed.");
+        return response(RPM_SIGNED, packagePath + contract::kVerifySigned);
     case kVerdictInvalidSignature:
-        return response(RPM_INVALID_SIGNATURE, packagePath + " has invalid signature.");
+        return response(RPM_INVALID_SIGNATURE, packagePath + contract::kVerifyInvalidSignature);
     case kVerdictInvalidHash:
-        return response(RPM_INVALID_HASH, packagePath + " has invalid hash.");
+        return response(RPM_INVALID_HASH, packagePath + contract::kVerifyInvalidHash);
     case kVerdictInvalidStructure:
-        return response(RPM_INVALID_STRUCTURE, packagePath + " has invalid structure.");
+        return response(RPM_INVALID_STRUCTURE, packagePath + contract::kVerifyInvalidStructure);
     case kVerdictError:
-        return response(RPM_ERROR, "Internal error occured while verifying " + packagePath);
+        return response(RPM_ERROR, contract::kVerifyInternalError + packagePath);
     default:
-        return response(RPM_ERROR, "Unknown error");
+        return response(RPM_ERROR, contract::kVerifyUnknownError);
     }
 }

@@ -2,6 +2,7 @@
 // the public key.
 #include "signing.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 #include "rpmutil.h"
 
@@ -18,10 +19,6 @@
 
 namespace {
 
-// The key service is asked for the key that belongs to an update: the
-// update identifier follows this suffix.
-constexpr const char kRequestSuffix[] = "?id=";
-constexpr const char kPublicKeyFileName[] = "/PUBLIC_KEY.PUB";
 constexpr int kDownloadAttempts = 3;
 
 // The download tools in the order they are preferred, with the command that
@@ -36,14 +33,14 @@ struct DownloadTool {
 };
 
 constexpr std::array<DownloadTool, 2> kDownloadTools = {{
-    {"wget",
-     "which wget 2>/dev/null",
-     "export LD_LIBRARY_PATH=\"\"; wget --timeout=%d --tries=%d --quiet %s -O %s 2>/dev/null",
-     {"--secure-protocol=SSLv3", "--secure-protocol=SSLv2", "--secure-protocol=TLSv1"}},
-    {"curl",
-     "which curl 2>/dev/null",
-     "export LD_LIBRARY_PATH=\"\"; curl --max-time %d --retry %d --location --silent %s -o %s 2>/dev/null",
-     {"--sslv3", "--sslv2", "--tlsv1"}},
+    {contract::kToolWget,
+     contract::kProbeWget,
+     contract::kCommandTemplateWget,
+     {contract::kWgetSecureProtocol1, contract::kWgetSecureProtocol2, contract::kWgetSecureProtocol3}},
+    {contract::kToolCurl,
+     contract::kProbeCurl,
+     contract::kCommandTemplateCurl,
+     {contract::kCurlSecureProtocol1, contract::kCurlSecureProtocol2, contract::kCurlSecureProtocol3}},
 }};
 
 constexpr int kDownloadTimeoutSeconds = 3;
@@ -51,10 +48,6 @@ constexpr int kDownloadTries = 1;
 constexpr size_t kCommandBufferSize = 4096;
 constexpr size_t kProbeReadSize = 64;
 constexpr size_t kWebServiceBufferSize = 80;
-
-// A key service that cannot find a key answers with a page that links
-// elsewhere; such a file is not a key.
-constexpr const char kInvalidKeyMarker[] = "http://";
 
 struct FreeDeleter {
     void operator()(void* pointer) const { std::free(pointer); }
@@ -66,11 +59,12 @@ struct FreeDeleter {
 // components.
 std::string FindUpdateId(session_t* session) {
     auto idOf = [](Environment* environment) -> std::string {
-        Environment* phonehome = castStringToEnvPointer(env_get_string_internal(environment, "phonehome"));
+        Environment* phonehome =
+            castStringToEnvPointer(env_get_string_internal(environment, contract::kEnvironmentPhonehome));
         if (phonehome == nullptr) {
             return std::string();
         }
-        return env_get_string_internal(phonehome, "VokUpdateId");
+        return env_get_string_internal(phonehome, contract::kEnvironmentUpdateId);
     };
     if (session == nullptr || session->tsd == nullptr) {
         return std::string();
@@ -112,23 +106,22 @@ const char* SecureProtocolFor(const std::string& command, int attempt) {
 bool CallWebService(const std::string& command) {
     std::unique_ptr<char, FreeDeleter> buffer(static_cast<char*>(std::calloc(kWebServiceBufferSize, 1)));
     if (!buffer) {
-        print_log("_signing_call_webservice: unable to allocate memory");
+        print_log(contract::kLogWebServiceNoMemory);
         return false;
     }
-    FILE* pipe = popen(command.c_str(), "r");
+    FILE* pipe = popen(command.c_str(), contract::kPipeMode);
     if (pipe == nullptr) {
-        print_log("_signing_call_webservice: unable to execute command");
+        print_log(contract::kLogWebServiceNotExecuted);
         return false;
     }
     int status = pclose(pipe);
     if (status != -1 && WIFSIGNALED(status)) {
         int signal = WTERMSIG(status);
-        print_log("_signing_call_webservice: signing web service call failed by signal %d - %s.\n", signal,
-                  strsignal(signal));
+        print_log(contract::kLogWebServiceSignal, signal, strsignal(signal));
         return false;
     }
     if (status != 0) {
-        print_log("_signing_call_webservice: web service call failed with status %d", status);
+        print_log(contract::kLogWebServiceStatus, status);
         return false;
     }
     return true;
@@ -143,20 +136,15 @@ struct PrerequisiteMessages {
 };
 
 constexpr std::array<PrerequisiteMessages, 3> kWarningMessages = {{
-    {";SIGNING_prereq_war_signing_check_validate_short_desc",
-     ";SIGNING_prereq_war_signing_check_validate_full_desc"},
-    {";SIGNING_prereq_war_signing_check_download_short_desc",
-     ";SIGNING_prereq_war_signing_check_download_full_desc"},
-    {";SIGNING_prereq_war_signing_check_file_short_desc", ";SIGNING_prereq_war_signing_check_file_full_desc"},
+    {contract::kWarningValidateShortDescription, contract::kWarningValidateFullDescription},
+    {contract::kWarningDownloadShortDescription, contract::kWarningDownloadFullDescription},
+    {contract::kWarningFileShortDescription, contract::kWarningFileFullDescription},
 }};
 
 // A failed package is an error rather than a warning.
-constexpr PrerequisiteMessages kPackageFailureMessages = {";SIGNING_prereq_err_signing_check_short_desc",
-                                                          ";SIGNING_prereq_err_signing_check_full_desc"};
+constexpr PrerequisiteMessages kPackageFailureMessages = {contract::kErrorCheckShortDescription,
+                                                          contract::kErrorCheckFullDescription};
 
-constexpr const char kWarningSignificance[] = ";0";
-constexpr const char kErrorSignificance[] = ";1";
-constexpr const char kPackageType[] = "rpm";
 constexpr int kProgressStep = 100;
 
 // Reads a session list value, appends one entry and writes it back.
@@ -167,8 +155,8 @@ std::string AppendToSessionList(session_t* session, const char* key, const char*
 }
 
 void AppendDescriptions(session_t* session, const PrerequisiteMessages& messages) {
-    AppendToSessionList(session, "SHORT_DESC", messages.shortDescription);
-    AppendToSessionList(session, "FULL_DESC", messages.fullDescription);
+    AppendToSessionList(session, contract::kSessionShortDescription, messages.shortDescription);
+    AppendToSessionList(session, contract::kSessionFullDescription, messages.fullDescription);
 }
 
 // The products the session knows; none when it carries no installation data.
@@ -188,32 +176,33 @@ void _signing_set_optional_prerequisite_status(session_t* session, int category)
     }
     const PrerequisiteMessages& messages =
         kWarningMessages[static_cast<size_t>(category - kSigningWarningValidate)];
-    std::string significance = env_get_string(session, "SIGNIFICANCE") + kWarningSignificance;
-    print_log("_signing_set_optional_prerequisite_status: %s", significance.c_str());
-    env_set_string(session, "SIGNIFICANCE", significance.c_str());
+    std::string significance =
+        env_get_string(session, contract::kSessionSignificance) + contract::kSignificanceWarning;
+    print_log(contract::kLogOptionalPrerequisiteStatus, significance.c_str());
+    env_set_string(session, contract::kSessionSignificance, significance.c_str());
     AppendDescriptions(session, messages);
 }
 
 extern "C" int signing_validate_package_list(session_t* session) {
-    print_log("signing_validate_package_list: started");
-    env_set_string(session, "operation_progress", "0");
+    print_log(contract::kLogValidationStarted);
+    env_set_string(session, contract::kSessionOperationProgress, contract::kProgressStart);
 
     std::string keyLocation = _signing_get_public_key(session);
     if (keyLocation.empty() || _signing_is_valid_key(keyLocation) != 0) {
         // Neither a user's key nor a download gave a usable key: the host's
         // local key becomes the user's key, which the second lookup answers.
         std::string localKey =
-            expand_operand(session, env_get_string(session, "SIGNING_LOCAL_PUBLIC_KEY"), true);
-        env_set_string(session, "signature", localKey.c_str());
+            expand_operand(session, env_get_string(session, contract::kSessionLocalPublicKey), true);
+        env_set_string(session, contract::kSessionSignature, localKey.c_str());
         keyLocation = _signing_get_public_key(session);
     }
     if (keyLocation.empty()) {
-        print_log("signing_validate_package_list: unable to obtain public key location");
+        print_log(contract::kLogValidationNoKeyLocation);
         _signing_set_optional_prerequisite_status(session, kSigningWarningDownload);
         return 1;
     }
     if (_signing_is_valid_key(keyLocation) != 0) {
-        print_log("signing_validate_package_list: public key is not valid");
+        print_log(contract::kLogValidationKeyNotValid);
         _signing_set_optional_prerequisite_status(session, kSigningWarningValidate);
         return 1;
     }
@@ -245,46 +234,43 @@ extern "C" int signing_validate_package_list(session_t* session) {
                 // Written before the component is handled, so that it
                 // reaches 100 with the last one.
                 progress += kProgressStep;
-                env_set_string(session, "operation_progress", inttostr(progress / total).c_str());
+                env_set_string(session, contract::kSessionOperationProgress,
+                               inttostr(progress / total).c_str());
 
-                std::string path =
-                    expand_operand(session, component->packageFolder, true) + "/" + component->packageFile;
+                std::string path = expand_operand(session, component->packageFolder, true) +
+                                   contract::kPackagePathSeparator + component->packageFile;
                 // The type is only asked when the package file is there.
-                if (file_exists(path, false) != 0 && component->type() == kPackageType) {
+                if (file_exists(path, false) != 0 && component->type() == contract::kPackageType) {
                     RPM_RESULT result = rpm_verify(path.c_str(), keyLocation.c_str());
-                    print_log("_signing_validate_file: signing validation result %d (0 is success) for %s "
-                              "package [%s]",
-                              static_cast<int>(result.status), path.c_str(),
+                    print_log(contract::kLogValidationResult, static_cast<int>(result.status), path.c_str(),
                               result.message != nullptr ? result.message : "");
                     std::free(result.message);
                     if (result.status != RPM_SIGNED) {
                         failed = true;
                     }
                 } else {
-                    print_log(
-                        "signing_validate_package_list: component '%s' is not verified because it is not "
-                        "available",
-                        component->name.c_str());
+                    print_log(contract::kLogValidationNotAvailable, component->name.c_str());
                 }
             }
         }
     }
 
     if (failed) {
-        std::string significance = env_get_string(session, "SIGNIFICANCE") + kErrorSignificance;
-        print_log("signing_validate_package_list: %s", significance.c_str());
-        env_set_string(session, "SIGNIFICANCE", significance.c_str());
+        std::string significance =
+            env_get_string(session, contract::kSessionSignificance) + contract::kSignificanceError;
+        print_log(contract::kLogValidationSignificance, significance.c_str());
+        env_set_string(session, contract::kSessionSignificance, significance.c_str());
         AppendDescriptions(session, kPackageFailureMessages);
     }
-    print_log("signing_validate_package_list: finished");
+    print_log(contract::kLogValidationFinished);
     return failed ? 1 : 0;
 }
 
 std::string _signing_get_command(const std::string& url, const std::string& outFile) {
     for (const DownloadTool& tool : kDownloadTools) {
-        FILE* pipe = popen(tool.probe, "r");
+        FILE* pipe = popen(tool.probe, contract::kPipeMode);
         if (pipe == nullptr) {
-            print_log("_signing_get_command: unable to validate command to existance");
+            print_log(contract::kLogCommandNotValidated);
             return std::string();
         }
         // Only the exit status of `which` matters; its output is drained so
@@ -295,8 +281,7 @@ std::string _signing_get_command(const std::string& url, const std::string& outF
         int status = pclose(pipe);
         if (status != -1 && WIFSIGNALED(status)) {
             int signal = WTERMSIG(status);
-            print_log("_signing_get_command: signing command check failed by signal %d - %s.\n", signal,
-                      strsignal(signal));
+            print_log(contract::kLogCommandSignal, signal, strsignal(signal));
             return std::string();
         }
         if (status == 0) {
@@ -311,37 +296,37 @@ std::string _signing_get_command(const std::string& url, const std::string& outF
 }
 
 std::string _signing_get_public_key(session_t* session) {
-    std::string defaultUrl = env_get_string(session, "SIGNING_DEFAULT_URL");
-    std::string url = env_get_string(session, "signing_url");
-    std::string signature = env_get_string(session, "signature");
-    std::string tempFolder = env_get_string(session, "TEMP_FOLDER");
+    std::string defaultUrl = env_get_string(session, contract::kSessionDefaultUrl);
+    std::string url = env_get_string(session, contract::kSessionSigningUrl);
+    std::string signature = env_get_string(session, contract::kSessionSignature);
+    std::string tempFolder = env_get_string(session, contract::kSessionTempFolder);
 
     if (!signature.empty()) {
-        print_log("signing_get_public_key: public key specified by user %s", signature.c_str());
+        print_log(contract::kLogKeySpecifiedByUser, signature.c_str());
         return signature;
     }
-    print_log("signing_get_public_key: public key will be downloaded from QEL");
+    print_log(contract::kLogKeyWillBeDownloaded);
 
-    std::string request = (url.empty() ? defaultUrl : url) + kRequestSuffix;
+    std::string request = (url.empty() ? defaultUrl : url) + contract::kRequestSuffix;
     request += FindUpdateId(session);
-    print_log("signing_get_public_key: request value [%s]", request.c_str());
+    print_log(contract::kLogKeyRequest, request.c_str());
 
-    std::string outFile = tempFolder + kPublicKeyFileName;
+    std::string outFile = tempFolder + contract::kPublicKeyFileName;
     std::string command = _signing_get_command(request, outFile);
     if (command.empty()) {
         return std::string();
     }
-    print_log("signing_get_public_key: command value [%s]", command.c_str());
+    print_log(contract::kLogKeyCommand, command.c_str());
 
     for (int attempt = 0; attempt < kDownloadAttempts; ++attempt) {
         std::string protocol = SecureProtocolFor(command, attempt);
         // The secure variant is only logged; every attempt runs the plain
         // command.
-        std::string secureCommand = command + " " + protocol;
-        print_log("signing_get_public_key: secure command   [%s]", secureCommand.c_str());
-        print_log("signing_get_public_key: secure protocols [%s]", protocol.c_str());
+        std::string secureCommand = command + contract::kSecureCommandJoint + protocol;
+        print_log(contract::kLogKeySecureCommand, secureCommand.c_str());
+        print_log(contract::kLogKeySecureProtocols, protocol.c_str());
         if (CallWebService(command)) {
-            print_log("signing_get_public_key: public key obtained successfully [%s]", outFile.c_str());
+            print_log(contract::kLogKeyObtained, outFile.c_str());
             return outFile;
         }
     }
@@ -354,8 +339,8 @@ int _signing_is_valid_key(const std::string& path) {
     }
     std::list<std::string> lines = readContentOfTextFile(path);
     for (const std::string& line : lines) {
-        if (line.find(kInvalidKeyMarker) != std::string::npos) {
-            print_log("_signing_is_valid_key: public key contains incorrect value");
+        if (line.find(contract::kInvalidKeyMarker) != std::string::npos) {
+            print_log(contract::kLogKeyIncorrectValue);
             return 1;
         }
     }
