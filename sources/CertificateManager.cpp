@@ -1,6 +1,7 @@
 #include "CertificateManager.h"
 
 #include "Base64.h"
+#include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
 #include "PgpCertificate.h"
@@ -13,8 +14,6 @@
 
 namespace {
 
-constexpr char kPemBegin[] = "-----BEGIN CERTIFICATE-----\n";
-constexpr char kPemEnd[] = "-----END CERTIFICATE-----\n";
 constexpr unsigned int kPemLineLength = 64;
 
 } // namespace
@@ -65,7 +64,7 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
 Certificate* CertificateManager::CreateCertificate(char* data, unsigned long size,
                                                    soapWrap::CertificateFileFormat format) {
     if (format != soapWrap::PgpPublicKeyCertificate) {
-        throw NotImplementedException("Not implemented certificate format");
+        throw NotImplementedException(contract::kCertificateFormatNotImplemented);
     }
     if (size > UINT_MAX) {
         throw ArgumentException("The certificate data is too large");
@@ -106,23 +105,23 @@ cpp11::shared_ptr<binary> der_to_pem(cpp11::shared_ptr<binary> der) {
     const unsigned int fullLines = encodedLength / kPemLineLength;
     const unsigned int rest = encodedLength % kPemLineLength;
     const uint32_t size = fullLines * (kPemLineLength + 1) + rest + (rest != 0 ? 1 : 0) +
-                          (sizeof(kPemBegin) - 1) + (sizeof(kPemEnd) - 1);
+                          (sizeof(contract::kPemBegin) - 1) + (sizeof(contract::kPemEnd) - 1);
     std::unique_ptr<unsigned char[]> pem(new unsigned char[size]);
     unsigned char* out = pem.get();
     auto append = [&out](const void* text, size_t length) {
         std::memcpy(out, text, length);
         out += length;
     };
-    append(kPemBegin, sizeof(kPemBegin) - 1);
+    append(contract::kPemBegin, sizeof(contract::kPemBegin) - 1);
     for (unsigned int line = 0; line < fullLines; ++line) {
         append(encoded.get() + line * kPemLineLength, kPemLineLength);
-        append("\n", 1);
+        append(contract::kPemLineEnd, sizeof(contract::kPemLineEnd) - 1);
     }
     if (rest != 0) {
         append(encoded.get() + fullLines * kPemLineLength, rest);
-        append("\n", 1);
+        append(contract::kPemLineEnd, sizeof(contract::kPemLineEnd) - 1);
     }
-    append(kPemEnd, sizeof(kPemEnd) - 1);
+    append(contract::kPemEnd, sizeof(contract::kPemEnd) - 1);
 
     std::unique_ptr<binary> record(new binary(pem.get(), size, 1));
     pem.release();

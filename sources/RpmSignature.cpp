@@ -1,6 +1,7 @@
 #include "RpmSignature.h"
 
 #include "ByteReader.h"
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <cstring>
@@ -136,7 +137,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
         sha1Matches = text == _Sha1HeaderHash;
     }
     if (!sha1Matches) {
-        message = "Invalid value of SHA1 header hash";
+        message = contract::kVerdictSha1HeaderHash;
         return InvalidHash;
     }
 
@@ -148,7 +149,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
     const unsigned int md5Length = packageDigest->GetLength();
     const unsigned char* md5 = packageDigest->GetValue();
     if (_Md5Hash == nullptr || md5Length != kMd5Length || std::memcmp(md5, _Md5Hash, md5Length) != 0) {
-        message = "Invalid value of MD5 hash";
+        message = contract::kVerdictMd5Hash;
         return InvalidHash;
     }
 
@@ -163,7 +164,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
     }
 
     if (_PgpSignatures.empty()) {
-        message = "The package does not contain PGP signature over its header and payload.";
+        message = contract::kVerdictNoPayloadSignature;
         return NoPayloadSignature;
     }
 
@@ -177,7 +178,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
     if (anyValid) {
         return Valid;
     }
-    message = "PGP signature is not valid: " + message;
+    message = contract::kVerdictPgpSignatureNotValid + message;
     return InvalidSignature;
 }
 
@@ -190,7 +191,7 @@ void RpmSignature::VerifyPgpSignature(PgpSignature* signature, DigestBase* diges
     }
     result = signature->Verify(message);
     if (result == InvalidSignature) {
-        message = "RSA signature is not valid. " + message;
+        message = contract::kVerdictRsaSignatureNotValid + message;
     }
 }
 
@@ -201,7 +202,7 @@ ProcessingResult RpmSignature::Sign(soapWrap::Binary* /*out*/, const soapWrap::B
 
 soapWrap::HashAlgorithm RpmSignature::GetHashAlgorithm() {
     if (_HeaderSignature == nullptr) {
-        throw NotDefinedException("There are no PGP signatures.");
+        throw NotDefinedException(contract::kVerdictNoPgpSignatures);
     }
     return _HeaderSignature->GetHashAlgorithm();
 }
@@ -239,8 +240,7 @@ unsigned int RpmSignature::GetEntryStorageSize(RpmDataType type, unsigned char* 
         return count;
     default: {
         std::ostringstream detail;
-        detail << "GetEntryStorageSize() is not implemented for data type = "
-               << static_cast<unsigned int>(type);
+        detail << contract::kRpmEntryStorageSize << static_cast<unsigned int>(type);
         throw NotImplementedException(detail.str());
     }
     }

@@ -1,6 +1,7 @@
 #include "RpmSigner.h"
 
 #include "ByteReader.h"
+#include "ContractTexts.h"
 #include "Digest.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
@@ -72,7 +73,7 @@ RpmSigner::~RpmSigner() {
 }
 
 void RpmSigner::BuildContentInfo(bool) {
-    throw NotImplementedException("RpmSigner::BuildContentInfo() is not implemented");
+    throw NotImplementedException(contract::kRpmSignerBuildContentInfo);
 }
 
 int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
@@ -94,19 +95,19 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
     const FileHelper& file = *_File;
     const unsigned long fileSize = FileHelper::GetSize(file.GetPath());
     if (fileSize <= kLeadSize) {
-        throw InvalidFileStructureException("File is too small to have RPM format");
+        throw InvalidFileStructureException(contract::kRpmFileTooSmall);
     }
 
     unsigned char lead[kLeadSize] = {};
     ReadAt(file, 0, lead, sizeof(lead));
     if (LoadBigEndian16(lead + kSignatureTypeOffset) != kHeaderStyleSignature) {
-        throw InvalidFileStructureException("Unsupported signature type");
+        throw InvalidFileStructureException(contract::kRpmUnsupportedSignatureType);
     }
 
     unsigned char record[kHeaderRecordSize];
     ReadHeaderRecord(file, kSignatureHeaderOffset, record);
     if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
-        throw InvalidFileStructureException("Signature section: RPM header magic number is not found.");
+        throw InvalidFileStructureException(contract::kRpmSignatureHeaderMagic);
     }
     HeaderStructureHeader header;
     std::memcpy(&header.magic, record, sizeof(header.magic));
@@ -143,7 +144,7 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
 
     if (headerSize < sizeof(kFirstSignatureTag) ||
         std::memcmp(_SignatureHeader, kFirstSignatureTag, sizeof(kFirstSignatureTag)) != 0) {
-        throw DataFormatException("RPM signature is expected to be the first header");
+        throw DataFormatException(contract::kRpmSignatureNotFirst);
     }
 
     auto* signature = new RpmSignature(_SignatureHeader, header);
@@ -166,7 +167,7 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     unsigned char record[kHeaderRecordSize];
     ReadHeaderRecord(file, mainHeaderOffset, record);
     if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
-        throw InvalidFileStructureException("Header section: RPM header magic number is not found.");
+        throw InvalidFileStructureException(contract::kRpmMainHeaderMagic);
     }
     const uint32_t indexCount = LoadBigEndian32(record + 8);
     const uint32_t dataSize = LoadBigEndian32(record + 12);

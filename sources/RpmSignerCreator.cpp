@@ -1,5 +1,6 @@
 #include "RpmSignerCreator.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
 #include "RpmSigner.h"
@@ -14,7 +15,7 @@ constexpr unsigned char kLeadVersion[2] = {3, 0};
 constexpr unsigned long kVersionOffset = 4;
 } // namespace
 
-const char* RpmSignerCreator::_FileExtensions = "rpm;srpm";
+const char* RpmSignerCreator::_FileExtensions = contract::kRpmFileExtensions;
 
 RpmSignerCreator::~RpmSignerCreator() {}
 

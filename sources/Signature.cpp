@@ -1,5 +1,6 @@
 #include "Signature.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 namespace {
@@ -72,5 +73,5 @@ unsigned int Signature::GetSignedHashSize() const {
         return kRsaSignedHashSize;
     }
     // Only RSA is known; the text is just the class title and its separator.
-    throw NotImplementedException("");
+    throw NotImplementedException(contract::kSignedHashSizeNotImplemented);
 }

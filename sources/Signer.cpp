@@ -1,5 +1,6 @@
 #include "Signer.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
 
@@ -32,7 +33,7 @@ Signer::~Signer() {
 }
 
 void Signer::BuildContentInfo(soapWrap::HashAlgorithm, bool) {
-    throw NotImplementedException("BuildContentInfo method with hash algorithm specification");
+    throw NotImplementedException(contract::kSignerBuildContentInfoWithHash);
 }
 
 bool Signer::IsCatSpecificContentInfo() {
