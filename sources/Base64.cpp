@@ -1,5 +1,6 @@
 #include "Base64.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <array>
@@ -9,7 +10,6 @@
 
 namespace {
 
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr unsigned char kInvalid = 255;
 // Table entries besides the sextets 0 to 63.
 constexpr unsigned char kPadding = 64; // "=": the sextet 0, counted as padding
@@ -22,7 +22,7 @@ constexpr std::array<unsigned char, 256> MakeReverseTable() {
         table[i] = kInvalid;
     }
     for (unsigned char i = 0; i < 64; ++i) {
-        table[static_cast<unsigned char>(kAlphabet[i])] = i;
+        table[static_cast<unsigned char>(contract::kBase64Alphabet[i])] = i;
     }
     table['='] = kPadding;
     table['\n'] = kLineEnd;
@@ -51,10 +51,6 @@ constexpr std::array<uint32_t, 256> MakeCrc24Table() {
 }
 constexpr std::array<uint32_t, 256> kCrc24Table = MakeCrc24Table();
 
-const char* const kBadCharacter = "Base64 data decoding error: bad character in input";
-const char* const kWrongLength = "Base64 data decoding error: wrong data length";
-const char* const kNotRadix64 = "Expected data in Radix-64 format";
-
 // Writes the Base64 text of length bytes at in to out (4 * ceil(length / 3)
 // characters); returns that count.
 size_t EncodeInto(const unsigned char* in, size_t length, char* out) {
@@ -62,24 +58,24 @@ size_t EncodeInto(const unsigned char* in, size_t length, char* out) {
     size_t whole = length - length % 3;
     for (size_t i = 0; i < whole; i += 3) {
         unsigned b0 = in[i], b1 = in[i + 1], b2 = in[i + 2];
-        o[0] = kAlphabet[b0 >> 2];
-        o[1] = kAlphabet[((b0 & 3) << 4) + (b1 >> 4)];
-        o[2] = kAlphabet[((b1 & 15) << 2) + (b2 >> 6)];
-        o[3] = kAlphabet[b2 & 63];
+        o[0] = contract::kBase64Alphabet[b0 >> 2];
+        o[1] = contract::kBase64Alphabet[((b0 & 3) << 4) + (b1 >> 4)];
+        o[2] = contract::kBase64Alphabet[((b1 & 15) << 2) + (b2 >> 6)];
+        o[3] = contract::kBase64Alphabet[b2 & 63];
         o += 4;
     }
     if (length % 3 == 1) {
         unsigned b0 = in[whole];
-        o[0] = kAlphabet[b0 >> 2];
-        o[1] = kAlphabet[(b0 & 3) << 4];
+        o[0] = contract::kBase64Alphabet[b0 >> 2];
+        o[1] = contract::kBase64Alphabet[(b0 & 3) << 4];
         o[2] = '=';
         o[3] = '=';
         o += 4;
     } else if (length % 3 == 2) {
         unsigned b0 = in[whole], b1 = in[whole + 1];
-        o[0] = kAlphabet[b0 >> 2];
-        o[1] = kAlphabet[((b0 & 3) << 4) + (b1 >> 4)];
-        o[2] = kAlphabet[(b1 & 15) << 2];
+        o[0] = contract::kBase64Alphabet[b0 >> 2];
+        o[1] = contract::kBase64Alphabet[((b0 & 3) << 4) + (b1 >> 4)];
+        o[2] = contract::kBase64Alphabet[(b1 & 15) << 2];
         o[3] = '=';
         o += 4;
     }
@@ -135,7 +131,7 @@ DecodeResult DecodeInto(const char* text, unsigned int length, unsigned char* ou
             continue;
         }
         if (value == kInvalid) {
-            throw Base64OperationException(kBadCharacter);
+            throw Base64OperationException(contract::kBase64BadCharacter);
         }
         if (value == kPadding) {
             ++padding;
@@ -152,7 +148,7 @@ DecodeResult DecodeInto(const char* text, unsigned int length, unsigned char* ou
     }
     // More "=" than three per group would make the count negative.
     if (sextets % 4 != 0 || padding > written) {
-        throw Base64OperationException(kWrongLength);
+        throw Base64OperationException(contract::kBase64WrongLength);
     }
     return DecodeResult{written, static_cast<unsigned int>(written - padding)};
 }
@@ -188,7 +184,7 @@ char* Base64::Decode(const char* text, unsigned int length, unsigned int& outLen
 
 soapWrap::Binary* Base64::Decode(const std::string& text) {
     if (text.size() > UINT32_MAX) {
-        throw Base64OperationException(kWrongLength);
+        throw Base64OperationException(contract::kBase64WrongLength);
     }
     unsigned int outLength = 0;
     std::unique_ptr<char[]> bytes(Decode(text.data(), static_cast<unsigned int>(text.size()), outLength));
@@ -235,11 +231,11 @@ char* Radix64::Decode(const char* text, unsigned int length, unsigned int& outLe
     // The last five characters are "=" and the checksum, and one character
     // (the line break before the checksum line) precedes them.
     if (text == nullptr || length < 6 || text[length - 5] != '=') {
-        throw DataFormatException(kNotRadix64);
+        throw DataFormatException(contract::kRadix64Expected);
     }
     unsigned char crcBytes[4];
     if (DecodeInto(text + length - 4, 4, crcBytes).written < 3) {
-        throw DataFormatException(kNotRadix64);
+        throw DataFormatException(contract::kRadix64Expected);
     }
     uint32_t stored = (static_cast<uint32_t>(crcBytes[0]) << 16) | (static_cast<uint32_t>(crcBytes[1]) << 8) |
                       static_cast<uint32_t>(crcBytes[2]);
@@ -247,7 +243,7 @@ char* Radix64::Decode(const char* text, unsigned int length, unsigned int& outLe
     unsigned int bodyLength = 0;
     std::unique_ptr<char[]> body(Base64::Decode(text, length - 6, bodyLength));
     if (Crc24(body.get(), bodyLength) != stored) {
-        throw DataFormatException("Calculated CRC does not equal to stored CRC of the Radix-64 message");
+        throw DataFormatException(contract::kRadix64CrcMismatch);
     }
     outLength = bodyLength;
     return body.release();
@@ -255,7 +251,7 @@ char* Radix64::Decode(const char* text, unsigned int length, unsigned int& outLe
 
 soapWrap::Binary* Radix64::Decode(const std::string& text) {
     if (text.size() > UINT32_MAX) {
-        throw DataFormatException(kNotRadix64);
+        throw DataFormatException(contract::kRadix64Expected);
     }
     unsigned int outLength = 0;
     std::unique_ptr<char[]> bytes(Decode(text.data(), static_cast<unsigned int>(text.size()), outLength));

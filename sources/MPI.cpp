@@ -1,6 +1,7 @@
 #include "MPI.h"
 
 #include "ByteReader.h"
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <climits>
@@ -17,7 +18,7 @@ MPI::MPI(const char* data, unsigned long available, unsigned long bufferSize)
     uint16_t bits = reader.ReadUInt16("bit count");
     uint64_t bytes = (static_cast<uint64_t>(bits) + 7) / 8;
     if (bytes > available) {
-        throw DataFormatException("Size of the multi-precision integers is greater than the buffer length");
+        throw DataFormatException(contract::kMpiTooLong);
     }
     const unsigned char* value = reader.ReadBytes(bytes, "value");
     std::unique_ptr<unsigned char[]> copy(new unsigned char[bytes]);

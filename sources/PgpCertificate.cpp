@@ -1,5 +1,6 @@
 #include "PgpCertificate.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 #include "RsaCsp.h"
 
@@ -10,8 +11,7 @@ PgpCertificate::PgpCertificate(PgpMessage* message) : _Csp(nullptr), _Message(me
     std::unique_ptr<PgpMessage> owned(message);
     const PgpPublicKey* key = message == nullptr ? nullptr : message->GetPublicKey();
     if (key == nullptr) {
-        throw ArgumentException(
-            "Function PgpCertificate::PgpCertificate does not allow NULL value as an argument");
+        throw ArgumentException(contract::kCertificateWithoutMessage);
     }
     const MPI* modulus = key->GetModulus();
     const MPI* exponent = key->GetExponent();

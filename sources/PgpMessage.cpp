@@ -2,6 +2,7 @@
 
 #include "Base64.h"
 #include "ByteReader.h"
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <cstddef>
@@ -24,10 +25,8 @@ constexpr PacketKind kPacketKinds[] = {
     {14, PacketAction::Skip},     // public subkey
 };
 
-constexpr char kBeginMarker[] = "-----BEGIN PGP PUBLIC KEY BLOCK-----";
-constexpr size_t kBeginMarkerLength = sizeof(kBeginMarker) - 1; // 36
-constexpr char kEndMarker[] = "-----END PGP PUBLIC KEY BLOCK-----";
-constexpr size_t kEndMarkerLength = sizeof(kEndMarker) - 1; // 34
+constexpr size_t kBeginMarkerLength = sizeof(contract::kArmorBegin) - 1; // 36
+constexpr size_t kEndMarkerLength = sizeof(contract::kArmorEnd) - 1;     // 34
 
 inline bool IsLineEnd(char c) {
     return c == '\r' || c == '\n';
@@ -46,13 +45,13 @@ PgpMessage::PgpMessage(char* data, unsigned int length) : _PublicKey(nullptr), _
             char* body = nullptr;
             unsigned int bodyLength = 0;
             if (!SkipHeader(data, length, &body, bodyLength)) {
-                throw DataFormatException("PGP public key is not found");
+                throw DataFormatException(contract::kPublicKeyNotFound);
             }
             // The checksum line was cut off by SkipHeader and is not checked.
             unsigned int decodedLength = 0;
             std::unique_ptr<char[]> decoded(Base64::Decode(body, bodyLength, decodedLength));
             if (!decoded) {
-                throw DataFormatException("base64 encoding of PGP public key is corrupted");
+                throw DataFormatException(contract::kPublicKeyBase64Corrupted);
             }
             ParsePackets(decoded.get(), decodedLength);
         } else {
@@ -98,7 +97,7 @@ unsigned int PgpMessage::ParsePacket(char* data, unsigned int length) {
     ByteReader reader(data, length, "OpenPGP packet header");
     uint8_t tagByte = reader.ReadUInt8("tag byte");
     if (tagByte & 0x40) {
-        throw DataFormatException("New OpenPGP packet format is not supported");
+        throw DataFormatException(contract::kNewPacketFormat);
     }
     unsigned int tag = (tagByte & 0x3C) >> 2;
     for (const PacketKind& kind : kPacketKinds) {
@@ -125,7 +124,7 @@ unsigned int PgpMessage::ParsePacket(char* data, unsigned int length) {
         }
         }
     }
-    throw DataFormatException("Unsupported packet tag");
+    throw DataFormatException(contract::kUnsupportedPacketTag);
 }
 
 bool PgpMessage::SkipHeader(const char* data, unsigned long length, char** body, unsigned int& bodyLength) {
@@ -143,7 +142,7 @@ bool PgpMessage::SkipHeader(const char* data, unsigned long length, char** body,
     bool ended = false;
     while (!blankLine && !ended) {
         if (length - p >= kBeginMarkerLength &&
-            std::memcmp(data + p, kBeginMarker, kBeginMarkerLength) == 0) {
+            std::memcmp(data + p, contract::kArmorBegin, kBeginMarkerLength) == 0) {
             beginFound = true;
         }
         for (;;) {
@@ -185,7 +184,7 @@ bool PgpMessage::SkipHeader(const char* data, unsigned long length, char** body,
     bool endFound = false;
     const size_t first = length - kEndMarkerLength - 1; // data + length - 35
     for (size_t q = first + 1; q-- > bodyStart;) {
-        if (std::memcmp(data + q, kEndMarker, kEndMarkerLength) == 0) {
+        if (std::memcmp(data + q, contract::kArmorEnd, kEndMarkerLength) == 0) {
             end = q;
             endFound = true;
             break;

@@ -1,6 +1,7 @@
 #include "PgpPacket.h"
 
 #include "ByteReader.h"
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <cstdint>
@@ -43,7 +44,7 @@ unsigned int PgpPacket::ParseLengthTag(const char* packet, unsigned int availabl
     ByteReader reader(packet, available, "OpenPGP packet header");
     const LengthType& type = kLengthTypes[reader.ReadUInt8("tag byte") & 3];
     if (!type.supported) {
-        throw DataFormatException("OpenPGP packets with indeterminate length are not supported");
+        throw DataFormatException(contract::kIndeterminateLength);
     }
     uint32_t bodyLength = 0;
     switch (type.octets) {
@@ -68,7 +69,7 @@ unsigned int PgpPacket::ParseLengthTag(const char* packet, unsigned int availabl
 void PgpPacket::CheckPublicKeyAlgorithm(char algorithm) {
     // The RSA ids 1, 2 and 3 are told apart by their low two bits.
     if ((algorithm & 3) == 0) {
-        throw DataFormatException("Only RSA algorithm is supported");
+        throw DataFormatException(contract::kOnlyRsa);
     }
 }
 
@@ -80,7 +81,7 @@ PgpPublicKey::PgpPublicKey(char* packet, unsigned int available) : _Exponent(nul
     reader.Skip(headerLength, "packet header");
     uint8_t version = reader.ReadUInt8("version");
     if ((version & 4) == 0) {
-        throw DataFormatException("This version of OpenPGP public key is not supported");
+        throw DataFormatException(contract::kPublicKeyVersion);
     }
     reader.Skip(4, "creation time");
     CheckPublicKeyAlgorithm(static_cast<char>(reader.ReadUInt8("public-key algorithm")));
@@ -124,8 +125,8 @@ PgpSignatureData::PgpSignatureData(char* packet, unsigned int available)
         ParseVersion4(bytes, available, headerLength);
     } else {
         // The octet is written as a character, not as a number.
-        throw DataFormatException(std::string("Version ") + static_cast<char>(version) +
-                                  " of signature packets is not supported");
+        throw DataFormatException(std::string(contract::kSignatureVersionBegin) + static_cast<char>(version) +
+                                  contract::kSignatureVersionEnd);
     }
 }
 
@@ -191,7 +192,7 @@ void PgpSignatureData::ParseVersion4(const unsigned char* packet, unsigned int a
         uint8_t type = reader.ReadUInt8("unhashed subpacket type");
         if (type == kIssuerSubpacket) {
             if (length != kIssuerSubpacketLength) {
-                throw DataFormatException("Wrong size of IssuerID");
+                throw DataFormatException(contract::kWrongIssuerIdSize);
             }
             std::memcpy(_IssuerKeyId, reader.ReadBytes(8, "issuer key ID"), 8);
             cursor += 1 + length;
@@ -242,7 +243,7 @@ PgpSignatureData::PgpSignatureData(PgpSignatureVersion version, const char* issu
         _HashedLength = 6;
         _UnhashedLength = 10;
     } else {
-        throw NotSupportedException("Not supported version of PGP certificate");
+        throw NotSupportedException(contract::kBuildSignatureVersion);
     }
 }
 

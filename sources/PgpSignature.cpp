@@ -2,6 +2,7 @@
 
 #include "ByteReader.h"
 #include "CertificateManager.h"
+#include "ContractTexts.h"
 #include "Digest.h"
 #include "Exceptions.h"
 #include "PgpCertificate.h"
@@ -22,8 +23,6 @@ constexpr HashMapping kHashMappings[] = {
     {PgpHashMd5, soapWrap::MD5},       {PgpHashSha1, soapWrap::SHA1},     {PgpHashSha256, soapWrap::SHA256},
     {PgpHashSha384, soapWrap::SHA384}, {PgpHashSha512, soapWrap::SHA512}, {PgpHashSha224, soapWrap::SHA224},
 };
-
-constexpr const char kUnsupportedHash[] = "Not supported hash algorithm in PGP signature";
 
 // Fixed parts of a signature packet: the old-format tag byte of a signature
 // packet with a 2-byte length, the size of that header, and the bytes around
@@ -83,7 +82,7 @@ soapWrap::HashAlgorithm PgpSignature::ToHashAlgorithm(unsigned char pgpHashAlgor
             return mapping.algorithm;
         }
     }
-    throw NotSupportedException(kUnsupportedHash);
+    throw NotSupportedException(contract::kUnsupportedPgpHash);
 }
 
 PgpHashAlgorithm PgpSignature::GetPgpHashAlgorithm(soapWrap::HashAlgorithm algorithm) {
@@ -92,7 +91,7 @@ PgpHashAlgorithm PgpSignature::GetPgpHashAlgorithm(soapWrap::HashAlgorithm algor
             return static_cast<PgpHashAlgorithm>(mapping.octet);
         }
     }
-    throw NotSupportedException(kUnsupportedHash);
+    throw NotSupportedException(contract::kUnsupportedPgpHash);
 }
 
 soapWrap::HashAlgorithm PgpSignature::GetHashAlgorithm() {
@@ -100,7 +99,7 @@ soapWrap::HashAlgorithm PgpSignature::GetHashAlgorithm() {
 }
 
 unsigned int PgpSignature::GetSignedSize() {
-    throw NotImplementedException("PgpSignature::GetSignedSize() is not implemented");
+    throw NotImplementedException(contract::kSignedSizeNotImplemented);
 }
 
 unsigned int PgpSignature::GetSize(PgpSignatureVersion version, unsigned int signatureBits) {
@@ -110,7 +109,7 @@ unsigned int PgpSignature::GetSize(PgpSignatureVersion version, unsigned int sig
     case PgpSignatureVersion4:
         return signatureBits / 8 + kVersion4Overhead;
     default:
-        throw NotImplementedException("Cannot get size of PGP signature.");
+        throw NotImplementedException(contract::kSignatureSizeNotImplemented);
     }
 }
 
@@ -175,7 +174,7 @@ ProcessingResult PgpSignature::Verify(std::string& message) const {
 
     // Quick check: the first two bytes of the hash are stored in the packet.
     if (std::memcmp(packet.GetLeft16Bits(), value, 2) != 0) {
-        message += " Digest does not correspond to the signature";
+        message += contract::kDigestDoesNotCorrespond;
         return InvalidSignature;
     }
 
@@ -184,7 +183,7 @@ ProcessingResult PgpSignature::Verify(std::string& message) const {
         certificate->GetMessage() != nullptr ? certificate->GetMessage()->GetSignature() : nullptr;
     if (keySignature == nullptr ||
         std::memcmp(packet.GetIssuerKeyId(), keySignature->GetIssuerKeyId(), kIssuerKeyIdSize) != 0) {
-        message += " The file was signed with a different PGP certificate";
+        message += contract::kDifferentCertificate;
         return InvalidSignature;
     }
 
@@ -210,9 +209,9 @@ ProcessingResult PgpSignature::Verify(std::string& message) const {
         // this raised in the standard library the plug-in was first built
         // with; newer libraries word it differently, so it is raised here
         // with exactly that text.
-        throw std::logic_error("basic_string::_S_construct NULL not valid");
+        throw std::logic_error(contract::kFailedRsaCheckLogicError);
     }
-    message = std::string("Signature is not valid: ") + providerError;
+    message = std::string(contract::kSignatureNotValid) + providerError;
     return InvalidSignature;
 }
 
