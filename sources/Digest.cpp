@@ -1,5 +1,6 @@
 #include "Digest.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <cstring>
@@ -21,14 +22,15 @@ constexpr soapWrap::HashAlgorithm OID_SEARCH_ORDER[] = {soapWrap::SHA1,   soapWr
 Digest::Digest(soapWrap::HashAlgorithm type) : DigestBase(type), _Md(nullptr), _Context() {
     _Md = GetMd(type);
     if (_Md == nullptr) {
-        throw DigestException("Cannot create " + GetTypeName() + " digest type");
+        throw DigestException(contract::kDigestCannotCreate + GetTypeName() + contract::kDigestTypeEnd);
     }
     _Context.reset(EVP_MD_CTX_new());
     if (!_Context) {
-        throw DigestException("Cannot create " + GetTypeName() + " digest context");
+        throw DigestException(contract::kDigestCannotCreate + GetTypeName() + contract::kDigestContextEnd);
     }
     if (EVP_DigestInit_ex(_Context.get(), _Md, nullptr) != 1) {
-        throw DigestException("Cannot initialize " + GetTypeName() + " digest context");
+        throw DigestException(contract::kDigestCannotInitialize + GetTypeName() +
+                              contract::kDigestContextEnd);
     }
 }
 
@@ -37,17 +39,17 @@ Digest::~Digest() = default;
 Digest* Digest::Copy() const {
     std::unique_ptr<Digest> copy(new Digest(GetType()));
     if (!_Context || EVP_MD_CTX_copy_ex(copy->_Context.get(), _Context.get()) != 1) {
-        throw DigestException("Cannot copy " + GetTypeName() + " digest state");
+        throw DigestException(contract::kDigestCannotCopy + GetTypeName() + contract::kDigestStateEnd);
     }
     return copy.release();
 }
 
 void Digest::Update(const void* data, unsigned long length) {
     if (!_Context) {
-        throw DigestException("Wrong digest context");
+        throw DigestException(contract::kDigestWrongContext);
     }
     if (EVP_DigestUpdate(_Context.get(), data, length) != 1) {
-        throw DigestException("Error while " + GetTypeName() + " digest update");
+        throw DigestException(contract::kDigestErrorWhile + GetTypeName() + contract::kDigestUpdateEnd);
     }
 }
 
@@ -57,16 +59,16 @@ unsigned int Digest::GetLength() const {
 
 bool Digest::GetValue(unsigned char* out) {
     if (!_Context) {
-        throw DigestException("Using digest within not initialized context");
+        throw DigestException(contract::kDigestNotInitialized);
     }
     unsigned int expected = GetLength();
     unsigned int written = 0;
     if (EVP_DigestFinal_ex(_Context.get(), out, &written) != 1) {
-        throw DigestException("Cannot get value of " + GetTypeName() + " digest");
+        throw DigestException(contract::kDigestCannotGetValue + GetTypeName() + contract::kDigestEnd);
     }
     if (written != expected) {
-        throw DigestException("Wrong length of the digest value. Expected: " + std::to_string(expected) +
-                              ", got: " + std::to_string(written));
+        throw DigestException(contract::kDigestWrongLength + std::to_string(expected) +
+                              contract::kDigestWrongLengthGot + std::to_string(written));
     }
     return true;
 }
@@ -82,14 +84,15 @@ unsigned char* Digest::GetValue() {
 
 void Digest::Reinitialize() {
     if (!_Context || EVP_DigestInit_ex(_Context.get(), _Md, nullptr) != 1) {
-        throw DigestException("Cannot initialize " + GetTypeName() + " digest context");
+        throw DigestException(contract::kDigestCannotInitialize + GetTypeName() +
+                              contract::kDigestContextEnd);
     }
 }
 
 const EVP_MD* Digest::GetMd(soapWrap::HashAlgorithm type) {
     const soapWrap::HashAlgorithmInfo* info = DigestInfo(type);
     if (info == nullptr) {
-        throw DigestException("Undefined type of digest");
+        throw DigestException(contract::kDigestUndefinedType);
     }
     return info->Md();
 }
@@ -97,7 +100,7 @@ const EVP_MD* Digest::GetMd(soapWrap::HashAlgorithm type) {
 unsigned int Digest::GetLength(soapWrap::HashAlgorithm type) {
     const soapWrap::HashAlgorithmInfo* info = DigestInfo(type);
     if (info == nullptr) {
-        throw DigestException("Undefined type of digest");
+        throw DigestException(contract::kDigestUndefinedType);
     }
     return info->Length;
 }
@@ -105,8 +108,7 @@ unsigned int Digest::GetLength(soapWrap::HashAlgorithm type) {
 int Digest::GetNID(soapWrap::HashAlgorithm type) {
     const soapWrap::HashAlgorithmInfo* info = DigestInfo(type);
     if (info == nullptr) {
-        throw NotSupportedFileFormatException(
-            "The signature is built on a digest calculated with not supported hash algorithm");
+        throw NotSupportedFileFormatException(contract::kDigestNidNotSupported);
     }
     return info->Nid;
 }
@@ -119,7 +121,7 @@ soapWrap::HashAlgorithm Digest::GetTypeByNid(unsigned int nid) {
             return static_cast<soapWrap::HashAlgorithm>(index);
         }
     }
-    throw NotSupportedFileFormatException("Unknown object Numerical Identifier (NID) for hash algorithm");
+    throw NotSupportedFileFormatException(contract::kDigestUnknownNid);
 }
 
 soapWrap::HashAlgorithm Digest::GetTypeByOid(soapWrap::Binary* oid) {
@@ -132,5 +134,5 @@ soapWrap::HashAlgorithm Digest::GetTypeByOid(soapWrap::Binary* oid) {
             }
         }
     }
-    throw Pkcs7InnerException("Unknown object identifier for hash algorithm");
+    throw Pkcs7InnerException(contract::kDigestUnknownOid);
 }

@@ -1,5 +1,6 @@
 #include "DigestBase.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 DigestBase::DigestBase(soapWrap::HashAlgorithm type) : _Type(type), _Value() {}
@@ -9,7 +10,7 @@ DigestBase::~DigestBase() = default;
 std::string DigestBase::GetTypeName() const {
     unsigned int index = static_cast<unsigned int>(_Type);
     if (index >= soapWrap::NAMED_ALGORITHM_COUNT) {
-        throw DigestException("Undefined type of digest");
+        throw DigestException(contract::kDigestUndefinedType);
     }
     return soapWrap::HASH_ALGORITHMS[index].Name;
 }
@@ -17,7 +18,7 @@ std::string DigestBase::GetTypeName() const {
 const char* DigestBase::GetAlgorithmIdentifier() const {
     unsigned int index = static_cast<unsigned int>(_Type);
     if (index >= soapWrap::DIGEST_ALGORITHM_COUNT) {
-        throw Pkcs7InnerException("unknown hash algorithm");
+        throw Pkcs7InnerException(contract::kDigestUnknownAlgorithm);
     }
     return soapWrap::HASH_ALGORITHMS[index].Oid;
 }

@@ -3,6 +3,8 @@
 #ifndef SIGNING_DIGESTBASE_H
 #define SIGNING_DIGESTBASE_H
 
+#include "ContractTexts.h"
+
 #include <openssl/evp.h>
 
 #include <memory>
@@ -54,19 +56,23 @@ struct HashAlgorithmInfo {
 // Indexed by HashAlgorithm. Only the display name reaches PEHeaderHash; every
 // other fact stops at SHA512.
 inline constexpr HashAlgorithmInfo HASH_ALGORITHMS[] = {
-    {"SHA1", 20, NID_sha1, NID_sha1WithRSAEncryption, EVP_sha1, "1.3.14.3.2.26",
+    {contract::kDigestNameSha1, 20, NID_sha1, NID_sha1WithRSAEncryption, EVP_sha1, contract::kDigestOidSha1,
      ASN_OBJECT_IDENTIFIER_BYTES_SHA1, sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA1)},
-    {"MD5", 16, NID_md5, NID_md5WithRSAEncryption, EVP_md5, "1.2.840.113549.2.5",
+    {contract::kDigestNameMd5, 16, NID_md5, NID_md5WithRSAEncryption, EVP_md5, contract::kDigestOidMd5,
      ASN_OBJECT_IDENTIFIER_BYTES_MD5, sizeof(ASN_OBJECT_IDENTIFIER_BYTES_MD5)},
-    {"SHA224", 28, NID_sha224, NID_sha224WithRSAEncryption, EVP_sha224, "2.16.840.1.101.3.4.2.4",
-     ASN_OBJECT_IDENTIFIER_BYTES_SHA224, sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA224)},
-    {"SHA256", 32, NID_sha256, NID_sha256WithRSAEncryption, EVP_sha256, "2.16.840.1.101.3.4.2.1",
-     ASN_OBJECT_IDENTIFIER_BYTES_SHA256, sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA256)},
-    {"SHA384", 48, NID_sha384, NID_sha384WithRSAEncryption, EVP_sha384, "2.16.840.1.101.3.4.2.2",
-     ASN_OBJECT_IDENTIFIER_BYTES_SHA384, sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA384)},
-    {"SHA512", 64, NID_sha512, NID_sha512WithRSAEncryption, EVP_sha512, "2.16.840.1.101.3.4.2.3",
-     ASN_OBJECT_IDENTIFIER_BYTES_SHA512, sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA512)},
-    {"PE Header Hash", 0, NID_undef, NID_undef, nullptr, nullptr, nullptr, 0},
+    {contract::kDigestNameSha224, 28, NID_sha224, NID_sha224WithRSAEncryption, EVP_sha224,
+     contract::kDigestOidSha224, ASN_OBJECT_IDENTIFIER_BYTES_SHA224,
+     sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA224)},
+    {contract::kDigestNameSha256, 32, NID_sha256, NID_sha256WithRSAEncryption, EVP_sha256,
+     contract::kDigestOidSha256, ASN_OBJECT_IDENTIFIER_BYTES_SHA256,
+     sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA256)},
+    {contract::kDigestNameSha384, 48, NID_sha384, NID_sha384WithRSAEncryption, EVP_sha384,
+     contract::kDigestOidSha384, ASN_OBJECT_IDENTIFIER_BYTES_SHA384,
+     sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA384)},
+    {contract::kDigestNameSha512, 64, NID_sha512, NID_sha512WithRSAEncryption, EVP_sha512,
+     contract::kDigestOidSha512, ASN_OBJECT_IDENTIFIER_BYTES_SHA512,
+     sizeof(ASN_OBJECT_IDENTIFIER_BYTES_SHA512)},
+    {contract::kDigestNamePeHeaderHash, 0, NID_undef, NID_undef, nullptr, nullptr, nullptr, 0},
 };
 
 // Algorithms for which a digest can be made (SHA1 .. SHA512).
