@@ -1,5 +1,6 @@
 #include "Base.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 
 #include <cctype>
@@ -7,7 +8,7 @@
 #include <iomanip>
 #include <iostream>
 
-const char* FILE_PATTERN = "^[a-zA-Z0-9()+._ \\/\\-\\[\\]\\\\]*$";
+const char* FILE_PATTERN = contract::kFilePattern;
 
 Base::~Base() = default;
 
@@ -29,7 +30,7 @@ unsigned long Base::RoundUp(unsigned long value, unsigned char power) {
     default:
         // Only the alignments the file formats use are supported; the gap
         // between 16 and 4096 is intended.
-        throw NotImplementedException("Not supported value to round up to a power of 2.");
+        throw NotImplementedException(contract::kRoundUpPower);
     }
     const unsigned long mask = (1UL << power) - 1;
     if ((value & mask) == 0) {
@@ -82,8 +83,8 @@ std::string Base::StrTrim(std::string text) {
     return text.substr(begin, end - begin);
 }
 
-std::string& Base::Replace(std::string& text, unsigned long /*start*/, unsigned long end, const std::string& from,
-                           const std::string& to) {
+std::string& Base::Replace(std::string& text, unsigned long /*start*/, unsigned long end,
+                           const std::string& from, const std::string& to) {
     // The search always begins at the start of the text, and resumes
     // from.size() bytes before the end of the inserted text.
     if (from.empty()) {
@@ -162,7 +163,7 @@ std::string utc_time(const std::string& format) {
     time_t now = time(nullptr);
     tm broken{};
     if (gmtime_r(&now, &broken) == nullptr) {
-        throw InternalErrorException("Failed to obtain UTC time");
+        throw InternalErrorException(contract::kUtcTimeFailed);
     }
     char buffer[128];
     size_t written = strftime(buffer, sizeof(buffer), format.c_str(), &broken);

@@ -1,5 +1,6 @@
 #include "FileHelper.h"
 
+#include "ContractTexts.h"
 #include "Exceptions.h"
 #include "slre.h"
 
@@ -30,10 +31,6 @@ constexpr unsigned long kMaxTransfer = 0x7ffff000UL;
 // Symbolic link targets are limited to one page; a larger size in a link's
 // status can never be read back completely.
 constexpr off_t kMaxSymlinkSize = 65536;
-
-// A single file-name character in a wildcard ("?"), and any run of them ("*").
-constexpr const char kOneNameChar[] = "[A-Za-z0-9-^&'@{}\\]\\[,\\$=!#\\(\\)%\\.\\+~_]";
-constexpr const char kAnyNameChars[] = "[A-Za-z0-9-^&'@{}\\]\\[,\\$=!#\\(\\)%\\.\\+~_]*";
 
 std::string ErrorText(int error) {
     return std::strerror(error);
@@ -80,7 +77,7 @@ std::string SlashesForBackslashes(std::string path) {
 // The containing folder of a path; a bare name lives in the current folder.
 std::string ContainingFolder(const std::string& path) {
     std::string folder = FileHelper::GetFilePath(path);
-    return folder.empty() ? std::string(".") : folder;
+    return folder.empty() ? std::string(contract::kCurrentFolder) : folder;
 }
 
 // Turns one path component with shell wildcards into a matcher expression.
@@ -89,8 +86,8 @@ std::string ContainingFolder(const std::string& path) {
 // the backslash that makes the character literal.
 std::string TranslateWildcard(const std::string& component) {
     std::string marked = component;
-    for (std::string::size_type pos = marked.find_first_of("\\.()"); pos != std::string::npos;
-         pos = marked.find_first_of("\\.()", pos + 2)) {
+    for (std::string::size_type pos = marked.find_first_of(contract::kWildcardMarkedCharacters);
+         pos != std::string::npos; pos = marked.find_first_of(contract::kWildcardMarkedCharacters, pos + 2)) {
         marked.insert(pos, 1, '/');
     }
     std::string expression;
@@ -100,13 +97,13 @@ std::string TranslateWildcard(const std::string& component) {
             expression += '\\';
         } else if (c == '*') {
             if (i + 1 < marked.size() && marked[i + 1] == '*') {
-                expression += ".*";
+                expression += contract::kWildcardDeepExpression;
                 ++i;
             } else {
-                expression += kAnyNameChars;
+                expression += contract::kWildcardAnyExpression;
             }
         } else if (c == '?') {
-            expression += kOneNameChar;
+            expression += contract::kWildcardOneExpression;
         } else {
             expression += c;
         }
@@ -130,7 +127,8 @@ FileHelper::FileHelper(const std::string& path)
     struct stat status;
     if (stat(_Path.c_str(), &status) != 0) {
         const int error = errno;
-        const std::string detail = "Cannot get status for '" + _Path + "': " + ErrorText(error);
+        const std::string detail =
+            contract::kFileCannotGetStatus + _Path + contract::kQuotedErrorJoint + ErrorText(error);
         if (error == ENOENT) {
             throw FileNotFoundException(detail);
         }
@@ -143,7 +141,7 @@ FileHelper::FileHelper(const std::string& path)
     // Non-blocking, so that a FIFO or device cannot stall the caller.
     _Descriptor = open(_Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (_Descriptor == -1) {
-        throw FileIoException("Cannot open file " + _Path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotOpen + _Path + contract::kErrorJoint + ErrorText(errno));
     }
 }
 
@@ -156,21 +154,22 @@ FileHelper::FileHelper(const std::string& folder, const std::string& name, bool 
         const std::string parent = ContainingFolder(_Path);
         struct stat parentStatus;
         if (stat(parent.c_str(), &parentStatus) != 0) {
-            throw FileIoException("Cannot read permissions of folder '" + parent + "': " + ErrorText(errno));
+            throw FileIoException(contract::kFileCannotReadFolderPermissions + parent +
+                                  contract::kQuotedErrorJoint + ErrorText(errno));
         }
         // A new file gets its folder's permission bits (less the umask).
         _Descriptor = open(_Path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC,
                            parentStatus.st_mode & 0777);
     }
     if (_Descriptor == -1) {
-        throw FileIoException("Cannot open file " + _Path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotOpen + _Path + contract::kErrorJoint + ErrorText(errno));
     }
     struct stat status;
     if (fstat(_Descriptor, &status) != 0) {
         const int error = errno;
         close(_Descriptor);
         _Descriptor = -1;
-        throw FileIoException("Cannot open file " + _Path + ": " + ErrorText(error));
+        throw FileIoException(contract::kFileCannotOpen + _Path + contract::kErrorJoint + ErrorText(error));
     }
     _IsFolder = S_ISDIR(status.st_mode);
 }
@@ -183,7 +182,8 @@ FileHelper::~FileHelper() noexcept(false) {
         const int error = errno;
         // Throwing while another exception unwinds would end the process.
         if (std::uncaught_exceptions() == 0) {
-            throw FileIoException("Cannot close file " + _Path + ": " + ErrorText(error));
+            throw FileIoException(contract::kFileCannotClose + _Path + contract::kErrorJoint +
+                                  ErrorText(error));
         }
         return;
     }
@@ -195,14 +195,14 @@ FileHelper::~FileHelper() noexcept(false) {
 
 long FileHelper::Read(char* buffer, unsigned long length) const {
     if (_Descriptor == -1) {
-        throw FileIoException("File '" + _Path + "' was not open");
+        throw FileIoException(contract::kFileNotOpenBegin + _Path + contract::kFileNotOpenEnd);
     }
     return static_cast<long>(::read(_Descriptor, buffer, length));
 }
 
 void FileHelper::SetPosition(unsigned long position) const {
     if (_Descriptor == -1) {
-        throw FileIoException("File '" + _Path + "' was not open");
+        throw FileIoException(contract::kFileNotOpenBegin + _Path + contract::kFileNotOpenEnd);
     }
     errno = 0;
     const off_t result = lseek(_Descriptor, static_cast<off_t>(position), SEEK_SET);
@@ -210,7 +210,8 @@ void FileHelper::SetPosition(unsigned long position) const {
     // positions from 2 GiB to 4 GiB (modulo 4 GiB) are refused; packages are
     // far smaller.
     if (static_cast<int32_t>(static_cast<uint32_t>(result)) < 0) {
-        throw FileIoException("Error on positioning file '" + _Path + "': " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotPosition + _Path + contract::kQuotedErrorJoint +
+                              ErrorText(errno));
     }
 }
 
@@ -274,7 +275,7 @@ void FileHelper::WriteBlock(char* buffer, unsigned long length) {
     // Compared as unsigned: a short write is an error, while a failed write
     // (-1) compares as very large and passes.
     if (static_cast<unsigned long>(written) < length) {
-        throw FileIoException("Error on writing to file: " + _Path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotWrite + _Path + contract::kErrorJoint + ErrorText(errno));
     }
 }
 
@@ -314,7 +315,7 @@ void FileHelper::Close() {
         return;
     }
     if (close(_Descriptor) != 0) {
-        throw FileIoException("Cannot close file " + _Path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotClose + _Path + contract::kErrorJoint + ErrorText(errno));
     }
     _Descriptor = -1;
 }
@@ -325,17 +326,18 @@ void FileHelper::Remove() {
         _Descriptor = -1;
     }
     if (unlink(_Path.c_str()) != 0) {
-        throw FileIoException("Cannot remove file " + _Path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotRemove + _Path + contract::kErrorJoint + ErrorText(errno));
     }
 }
 
 void FileHelper::Rename(const std::string& newPath) {
     Close();
     if (IsExist(newPath) && unlink(newPath.c_str()) != 0) {
-        throw FileIoException("Cannot remove file " + newPath + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotRemove + newPath + contract::kErrorJoint +
+                              ErrorText(errno));
     }
     if (rename(_Path.c_str(), newPath.c_str()) != 0) {
-        throw FileIoException("Cannot rename file " + _Path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotRename + _Path + contract::kErrorJoint + ErrorText(errno));
     }
 }
 
@@ -364,7 +366,7 @@ bool FileHelper::IsFolder(const std::string& path) {
 bool FileHelper::IsSymlink(const std::string& path) {
     struct stat status;
     if (lstat(path.c_str(), &status) != 0) {
-        throw FileIoException("Cannot lstat path: \"" + path + "\"");
+        throw FileIoException(contract::kFileCannotLstatBegin + path + contract::kFileCannotLstatEnd);
     }
     return S_ISLNK(status.st_mode);
 }
@@ -375,13 +377,13 @@ std::string FileHelper::GetSymlink(const std::string& path) {
         return std::string();
     }
     if (status.st_size < 0 || status.st_size > kMaxSymlinkSize) {
-        throw FileIoException("Cannot get symlink path: " + path);
+        throw FileIoException(contract::kFileCannotGetSymlink + path);
     }
     const size_t size = static_cast<size_t>(status.st_size);
     std::vector<char> target(size + 1);
     const ssize_t count = readlink(path.c_str(), target.data(), size);
     if (count < 0 || static_cast<size_t>(count) != size) {
-        throw FileIoException("Cannot get symlink path: " + path);
+        throw FileIoException(contract::kFileCannotGetSymlink + path);
     }
     target[size] = '\0';
     return std::string(target.data(), size);
@@ -390,7 +392,8 @@ std::string FileHelper::GetSymlink(const std::string& path) {
 unsigned long FileHelper::GetSize(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
-        throw FileIoException("Cannot get size of '" + path + "':" + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotGetSize + path + contract::kQuotedErrorJointNoBlank +
+                              ErrorText(errno));
     }
     if (S_ISDIR(status.st_mode)) {
         return 0;
@@ -401,7 +404,8 @@ unsigned long FileHelper::GetSize(const std::string& path) {
 time_t FileHelper::GetModificationTime(const std::string& path) {
     struct stat status;
     if (stat(path.c_str(), &status) != 0) {
-        throw FileIoException("Cannot get modification time of '" + path + "':" + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotGetModificationTime + path +
+                              contract::kQuotedErrorJointNoBlank + ErrorText(errno));
     }
     return status.st_mtime;
 }
@@ -449,7 +453,7 @@ std::string FileHelper::GetSystemFullPath(const std::string& path) {
 
 std::string FileHelper::GetExecutableDirectory() {
     char buffer[4096];
-    const ssize_t count = readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);
+    const ssize_t count = readlink(contract::kExecutableLink, buffer, sizeof(buffer) - 1);
     if (count <= 0) {
         return std::string();
     }
@@ -488,7 +492,8 @@ std::string FileHelper::GetFullName(const std::string& name, bool alsoExecutable
 
 void FileHelper::CreateFolder(const std::string& path) {
     if (mkdir(path.c_str(), 0777) != 0) {
-        throw FileIoException("Cannot create directory " + path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFolderCannotCreate + path + contract::kErrorJoint +
+                              ErrorText(errno));
     }
 }
 
@@ -498,13 +503,14 @@ void FileHelper::DeleteFolder(const std::string& path) {
 
 void FileHelper::RenameFolder(const std::string& from, const std::string& to) {
     if (rename(from.c_str(), to.c_str()) != 0) {
-        throw FileIoException("Cannot rename folder " + from + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFolderCannotRename + from + contract::kErrorJoint +
+                              ErrorText(errno));
     }
 }
 
 void FileHelper::Remove(const std::string& path) {
     if (unlink(path.c_str()) != 0) {
-        throw FileIoException("Cannot remove file " + path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotRemove + path + contract::kErrorJoint + ErrorText(errno));
     }
 }
 
@@ -547,12 +553,14 @@ void FileHelper::ProcessFolder(std::list<std::string>* entries, const std::strin
             if (lstat(full.c_str(), &entryStatus) == 0 && S_ISDIR(entryStatus.st_mode)) {
                 ProcessFolder(entries, full, prefix + name + "/", FolderActionDelete);
             } else if (unlink(full.c_str()) != 0) {
-                throw FileIoException("Cannot remove file " + full + ": " + ErrorText(errno));
+                throw FileIoException(contract::kFileCannotRemove + full + contract::kErrorJoint +
+                                      ErrorText(errno));
             }
         }
     }
     if (rmdir(path.c_str()) != 0) {
-        throw FileIoException("Cannot delete directory " + path + ": " + ErrorText(errno));
+        throw FileIoException(contract::kFolderCannotDelete + path + contract::kErrorJoint +
+                              ErrorText(errno));
     }
 }
 
@@ -560,7 +568,7 @@ void FileHelper::ProcessFolder(std::list<std::string>* entries, const std::strin
 // Wildcards
 
 bool FileHelper::IsPattern(const std::string& path) {
-    return path.find_first_of("*?") != std::string::npos;
+    return path.find_first_of(contract::kWildcardCharacters) != std::string::npos;
 }
 
 int FileHelper::GetFileList(const std::string& folder, std::list<std::string>& names, bool recursive,
@@ -614,7 +622,7 @@ void FileHelper::ParseWildcards(const std::string& pattern, std::list<std::strin
         full = GetWorkingDirectory() + pattern;
     }
     if (!full.empty() && full.back() == '/') {
-        full += "**";
+        full += contract::kWildcardDeep;
     }
 
     std::vector<std::string> components;
@@ -645,7 +653,7 @@ void FileHelper::ParseWildcards(const std::string& pattern, std::list<std::strin
             }
         } else {
             // "**" spans folders: the candidates are then everything below.
-            const bool deep = component.find("**") != std::string::npos;
+            const bool deep = component.find(contract::kWildcardDeep) != std::string::npos;
             const std::string expression = "^" + TranslateWildcard(component) + "$";
             for (const std::string& base : current) {
                 std::list<std::string> candidates;
@@ -679,20 +687,20 @@ void FileHelper::ParseWildcards(const std::string& pattern, std::list<std::strin
 void FileHelper::CopyAttributesFrom(const FileHelper& source) const {
     struct stat status;
     if (stat(source._Path.c_str(), &status) != 0) {
-        throw FileIoException("Cannot read permissions of file: " + source._Path);
+        throw FileIoException(contract::kPermissionsCannotRead + source._Path);
     }
     if (chmod(_Path.c_str(), status.st_mode & 0777) != 0) {
-        throw FileIoException("Cannot restore permissions in file: " + _Path);
+        throw FileIoException(contract::kPermissionsCannotRestore + _Path);
     }
 }
 
 void FileHelper::CopyGroupFrom(const FileHelper& source) const {
     struct stat status;
     if (stat(source._Path.c_str(), &status) != 0) {
-        throw FileIoException("Cannot read the group of file: " + source._Path);
+        throw FileIoException(contract::kGroupCannotRead + source._Path);
     }
     if (chown(_Path.c_str(), static_cast<uid_t>(-1), status.st_gid) != 0) {
-        throw FileIoException("Cannot restore group in file: " + _Path);
+        throw FileIoException(contract::kGroupCannotRestore + _Path);
     }
 }
 
@@ -701,10 +709,12 @@ void FileHelper::InheritParentPermissions(const std::string& path) {
     const std::string parent = ContainingFolder(file);
     struct stat status;
     if (stat(parent.c_str(), &status) != 0) {
-        throw FileIoException("Cannot read permissions of folder '" + parent + "': " + ErrorText(errno));
+        throw FileIoException(contract::kFileCannotReadFolderPermissions + parent +
+                              contract::kQuotedErrorJoint + ErrorText(errno));
     }
     if (chmod(file.c_str(), status.st_mode & 0777) != 0) {
-        throw FileIoException("Cannot restore permissions for file '" + file + "': " + ErrorText(errno));
+        throw FileIoException(contract::kPermissionsCannotInherit + file + contract::kQuotedErrorJoint +
+                              ErrorText(errno));
     }
 }
 
@@ -714,14 +724,16 @@ void FileHelper::InheritParentPermissions(const std::string& path) {
 std::vector<std::string> FileHelper::ListXAttrs() const {
     const ssize_t size = listxattr(_Path.c_str(), nullptr, 0);
     if (size < 0) {
-        throw FileIoException("Cannot read xattr list of '" + _Path + "':" + ErrorText(errno));
+        throw FileIoException(contract::kXAttrCannotList + _Path + contract::kQuotedErrorJointNoBlank +
+                              ErrorText(errno));
     }
     std::vector<char> list(static_cast<size_t>(size));
     ssize_t count = 0;
     if (size > 0) {
         count = listxattr(_Path.c_str(), list.data(), list.size());
         if (count < 0) {
-            throw FileIoException("Cannot read xattr list of '" + _Path + "':" + ErrorText(errno));
+            throw FileIoException(contract::kXAttrCannotList + _Path + contract::kQuotedErrorJointNoBlank +
+                                  ErrorText(errno));
         }
     }
     // The names follow each other, each ended by a zero byte.
@@ -744,7 +756,8 @@ std::vector<std::string> FileHelper::ListXAttrs() const {
 void FileHelper::ReadXAttr(const std::string& name, char*& value, long& size) const {
     value = nullptr;
     size = 0;
-    const std::string detail = "Cannot read xattr '" + name + "' of '" + _Path + "':";
+    const std::string detail = contract::kXAttrCannotRead + name + contract::kXAttrOfPath + _Path +
+                               contract::kQuotedErrorJointNoBlank;
     const ssize_t length = getxattr(_Path.c_str(), name.c_str(), nullptr, 0);
     if (length < 0) {
         const int error = errno;
@@ -767,8 +780,9 @@ void FileHelper::ReadXAttr(const std::string& name, char*& value, long& size) co
 }
 
 void FileHelper::WriteXAttr(const std::string& name, const char* value, long size) const {
-    const std::string detail =
-        "Cannot write " + std::to_string(size) + " bytes into " + name + "' xattr of '" + _Path + "':";
+    const std::string detail = contract::kXAttrCannotWrite + std::to_string(size) +
+                               contract::kXAttrBytesInto + name + contract::kXAttrXAttrOfPath + _Path +
+                               contract::kQuotedErrorJointNoBlank;
     if (size < 0) {
         throw FileIoException(detail + ErrorText(EINVAL));
     }
@@ -779,6 +793,7 @@ void FileHelper::WriteXAttr(const std::string& name, const char* value, long siz
 
 void FileHelper::RemoveXAttr(const std::string& name) const {
     if (removexattr(_Path.c_str(), name.c_str()) != 0) {
-        throw FileIoException("Cannot remove '" + name + "' xattr of '" + _Path + "':" + ErrorText(errno));
+        throw FileIoException(contract::kXAttrCannotRemove + name + contract::kXAttrXAttrOfPath + _Path +
+                              contract::kQuotedErrorJointNoBlank + ErrorText(errno));
     }
 }
