@@ -6,35 +6,39 @@
 #ifndef SIGNING_EXCEPTIONS_H
 #define SIGNING_EXCEPTIONS_H
 
+#include "ContractTexts.h"
+
 #include <stdexcept>
 #include <string>
 
 namespace exception_text {
 // The separator is added even for an empty detail, but never after an empty title.
 inline std::string Compose(const char* title, const std::string& detail) {
-    return *title == '\0' ? detail : std::string(title) + ": " + detail;
+    return *title == '\0' ? detail : std::string(title) + contract::kTitleSeparator + detail;
 }
 } // namespace exception_text
 
-#define SIGNING_DECLARE_EXCEPTION(Name, Parent, Title)                                                      \
-    class Name : public Parent {                                                                            \
-    public:                                                                                                 \
-        explicit Name(const std::string& detail) : Parent(exception_text::Compose(Title, detail)) {}        \
+#define SIGNING_DECLARE_EXCEPTION(Name, Parent, Title)                                                       \
+    class Name : public Parent {                                                                             \
+    public:                                                                                                  \
+        explicit Name(const std::string& detail) : Parent(exception_text::Compose(Title, detail)) {}         \
     };
 
-SIGNING_DECLARE_EXCEPTION(FileIoException, std::runtime_error, "File operation error")
-SIGNING_DECLARE_EXCEPTION(FileNotFoundException, FileIoException, "File not found")
-SIGNING_DECLARE_EXCEPTION(InvalidFileStructureException, FileIoException, "Invalid structure of the file")
-SIGNING_DECLARE_EXCEPTION(NotSupportedFileFormatException, FileIoException, "File format is not supported")
-SIGNING_DECLARE_EXCEPTION(NotImplementedException, std::runtime_error, "Not implemented")
-SIGNING_DECLARE_EXCEPTION(ArgumentException, std::runtime_error, "Invalid argument")
-SIGNING_DECLARE_EXCEPTION(DataFormatException, std::runtime_error, "Invalid format of data")
-SIGNING_DECLARE_EXCEPTION(DigestException, std::runtime_error, "Digest calculation error")
-SIGNING_DECLARE_EXCEPTION(Pkcs7InnerException, std::runtime_error, "Error during processing PKCS7 structure")
-SIGNING_DECLARE_EXCEPTION(NotSupportedException, std::runtime_error, "")
-SIGNING_DECLARE_EXCEPTION(NotDefinedException, std::runtime_error, "")
-SIGNING_DECLARE_EXCEPTION(InternalErrorException, std::runtime_error, "")
-SIGNING_DECLARE_EXCEPTION(Base64OperationException, std::runtime_error, "")
+SIGNING_DECLARE_EXCEPTION(FileIoException, std::runtime_error, contract::kTitleFileIo)
+SIGNING_DECLARE_EXCEPTION(FileNotFoundException, FileIoException, contract::kTitleFileNotFound)
+SIGNING_DECLARE_EXCEPTION(InvalidFileStructureException, FileIoException,
+                          contract::kTitleInvalidFileStructure)
+SIGNING_DECLARE_EXCEPTION(NotSupportedFileFormatException, FileIoException,
+                          contract::kTitleNotSupportedFileFormat)
+SIGNING_DECLARE_EXCEPTION(NotImplementedException, std::runtime_error, contract::kTitleNotImplemented)
+SIGNING_DECLARE_EXCEPTION(ArgumentException, std::runtime_error, contract::kTitleArgument)
+SIGNING_DECLARE_EXCEPTION(DataFormatException, std::runtime_error, contract::kTitleDataFormat)
+SIGNING_DECLARE_EXCEPTION(DigestException, std::runtime_error, contract::kTitleDigest)
+SIGNING_DECLARE_EXCEPTION(Pkcs7InnerException, std::runtime_error, contract::kTitlePkcs7Inner)
+SIGNING_DECLARE_EXCEPTION(NotSupportedException, std::runtime_error, contract::kTitleNone)
+SIGNING_DECLARE_EXCEPTION(NotDefinedException, std::runtime_error, contract::kTitleNone)
+SIGNING_DECLARE_EXCEPTION(InternalErrorException, std::runtime_error, contract::kTitleNone)
+SIGNING_DECLARE_EXCEPTION(Base64OperationException, std::runtime_error, contract::kTitleNone)
 
 #undef SIGNING_DECLARE_EXCEPTION
 
