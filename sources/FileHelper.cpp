@@ -657,7 +657,7 @@ void FileHelper::ParseWildcards(const std::string& pattern, std::list<std::strin
             const std::string expression = "^" + TranslateWildcard(component) + "$";
             for (const std::string& base : current) {
                 std::list<std::string> candidates;
-                list(base.empty() ? std::string(".") : base, candidates, deep, !last);
+                list(base.empty() ? std::string(contract::kCurrentFolder) : base, candidates, deep, !last);
                 for (const std::string& name : candidates) {
                     if (name.size() > static_cast<size_t>(INT_MAX)) {
                         continue;
