@@ -367,6 +367,13 @@ inline constexpr char kXAttrBytesInto[] = " bytes into ";
 inline constexpr char kXAttrXAttrOfPath[] = "' xattr of '";
 inline constexpr char kXAttrCannotRemove[] = "Cannot remove '";
 
+// ---------------------------------------------------------------------------
+// Small regular-expression matcher: the characters a backslash may precede
+// (the first eleven stand for themselves, the rest are the named escapes),
+// and the convenience form's answer for no match and for a bad expression.
+inline constexpr char kRegexMetacharacters[] = "^$().[]*+?|\\Ssdbfnrtv";
+inline constexpr char kRegexNotMatched[] = "Not matched";
+
 } // namespace contract
 
 #endif

@@ -1,5 +1,7 @@
 #include "slre.h"
 
+#include "ContractTexts.h"
+
 #include <cctype>
 #include <climits>
 #include <cstdint>
@@ -18,10 +20,6 @@ constexpr int kMaxBranches = 100;
 constexpr int kMaxDepth = 500;
 constexpr int64_t kBaseSteps = 5000000;
 constexpr int64_t kMaxExtraSteps = 100000000;
-
-// The characters a backslash may precede: the first eleven stand for
-// themselves, the rest are the named escapes.
-constexpr const char kMetacharacters[] = "^$().[]*+?|\\Ssdbfnrtv";
 
 struct bracket_pair {
     const char* ptr; // the bracket's contents (after its opening round bracket)
@@ -58,7 +56,7 @@ struct Continuation {
 };
 
 bool IsMetacharacter(unsigned char c) {
-    return c != '\0' && std::strchr(kMetacharacters, c) != nullptr;
+    return c != '\0' && std::strchr(contract::kRegexMetacharacters, c) != nullptr;
 }
 
 bool IsQuantifier(char c) {
@@ -588,5 +586,5 @@ int slre_match(const char* regexp, const char* subject, int subjectLength, slre_
 const char* slre_match(int flags, const char* regexp, const char* subject, int subjectLength) {
     slre_cap captures[4];
     const int result = slre_match(regexp, subject, subjectLength, captures, 4, flags);
-    return result >= 0 ? nullptr : "Not matched";
+    return result >= 0 ? nullptr : contract::kRegexNotMatched;
 }

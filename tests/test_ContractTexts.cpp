@@ -338,6 +338,11 @@ TEST(ContractTexts, PermissionsAndExtendedAttributes) {
     EXPECT_CONTRACT_TEXT(kXAttrCannotRemove, "Cannot remove '");
 }
 
+TEST(ContractTexts, RegularExpressionMatcher) {
+    EXPECT_CONTRACT_TEXT(kRegexMetacharacters, R"(^$().[]*+?|\Ssdbfnrtv)");
+    EXPECT_CONTRACT_TEXT(kRegexNotMatched, "Not matched");
+}
+
 // ---------------------------------------------------------------------------
 // The odd spellings and spacings, each pinned on its own so that nobody
 // "corrects" one by accident.
@@ -385,6 +390,7 @@ TEST(ContractTexts, DeliberateOddities) {
     EXPECT_EQ(sizeof(contract::kWildcardAnyExpression) - 1, 40u);
     EXPECT_EQ(sizeof(contract::kWildcardOneExpression) - 1, 39u);
     EXPECT_EQ(sizeof(contract::kBase64Alphabet) - 1, 64u);
+    EXPECT_EQ(sizeof(contract::kRegexMetacharacters) - 1, 21u);
 }
 
 // ---------------------------------------------------------------------------
