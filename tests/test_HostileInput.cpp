@@ -27,13 +27,7 @@
 #include <memory>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define SIGNING_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SIGNING_TEST_SANITIZED 1
-#endif
-#endif
+#include "Sanitizer.h"
 
 namespace {
 
@@ -42,11 +36,7 @@ using testsupport::ReadFile;
 using testsupport::TempDir;
 using testsupport::WriteFile;
 
-#ifdef SIGNING_TEST_SANITIZED
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
+using testsupport::kSanitized;
 
 const char* const kStatusNames[] = {"signed",       "not signed",        "invalid signature",
                                     "invalid hash", "invalid structure", "error"};

@@ -11,13 +11,7 @@
 #include <cstring>
 #include <fstream>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define SIGNING_TEST_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SIGNING_TEST_SANITIZED 1
-#endif
-#endif
+#include "Sanitizer.h"
 
 #ifdef SIGNING_TEST_SANITIZED
 #include <sanitizer/lsan_interface.h>

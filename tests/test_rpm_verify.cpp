@@ -23,13 +23,7 @@
 #include <unistd.h>
 #include <vector>
 
-#if defined(__SANITIZE_ADDRESS__)
-#define SIGNING_UNDER_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SIGNING_UNDER_ASAN 1
-#endif
-#endif
+#include "Sanitizer.h"
 
 namespace {
 
@@ -98,7 +92,7 @@ TEST(RpmVerifyRecord, ResponseCopiesTheText) {
 }
 
 TEST(RpmVerifyRecord, ResponseWhenMemoryRunsOut) {
-#ifdef SIGNING_UNDER_ASAN
+#ifdef SIGNING_TEST_SANITIZED
     GTEST_SKIP() << "the sanitizer's allocator does not honour an address-space limit";
 #else
     // In a child process: a text too large for the address space left.
@@ -531,7 +525,7 @@ TEST(RpmVerifyOracle, RpmkeysAgreesOnAcceptAndReject) {
 }
 
 TEST(RpmVerifyMemory, ManyCallsOnlyKeepTheRetainedCertificates) {
-#ifdef SIGNING_UNDER_ASAN
+#ifdef SIGNING_TEST_SANITIZED
     GTEST_SKIP()
         << "the sanitizer's quarantine makes resident memory meaningless; its leak check runs instead";
 #else
