@@ -2,6 +2,7 @@
 
 #include "CertificateManager.h"
 #include "ContractTexts.h"
+#include "Exceptions.h"
 #include "FileHelper.h"
 #include "RpmSignerCreator.h"
 #include "Signer.h"
@@ -62,6 +63,13 @@ RPM_RESULT response(RPM_STATUS status, const std::string& text) {
 }
 
 extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
+    // A null path is the caller's error; answer it rather than let the string
+    // constructor throw out of an exported C function.
+    if (file == nullptr || keyfile == nullptr) {
+        return response(
+            RPM_ERROR,
+            ArgumentException("rpm_verify needs a package path and a key path, not a null pointer").what());
+    }
     const std::string packagePath(file);
     const std::string keyPath(keyfile);
 

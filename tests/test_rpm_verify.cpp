@@ -245,6 +245,21 @@ TEST(RpmVerifyFixtures, EmptyTextsArePassedOn) {
     EXPECT_EQ("", CertificateManager::_Self->GetPgpPublicKeyFilePath());
 }
 
+TEST(RpmVerifyFixtures, NullPathsAreRefusedWithAnError) {
+    const char* const expected =
+        "Invalid argument: rpm_verify needs a package path and a key path, not a null pointer";
+    const std::string key = Key("rsa2048");
+    const std::string package = fixtures::Package("signed-rsa2048-sha256.rpm");
+    RPM_RESULT result = rpm_verify(nullptr, key.c_str());
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_STREQ(expected, result.message);
+    std::free(result.message);
+    result = rpm_verify(package.c_str(), nullptr);
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_STREQ(expected, result.message);
+    std::free(result.message);
+}
+
 TEST(RpmVerifyFixtures, FileNameIsUsedAsGiven) {
     const std::string package = testsupport::FixturesDir() + "/rpm/../rpm//signed-rsa2048-sha256.rpm";
     Result result = Verify(package, Key("rsa2048"));
