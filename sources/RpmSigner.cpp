@@ -210,26 +210,26 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     std::unique_ptr<DigestBase> packageDigest(new Digest(algorithm));
     std::unique_ptr<DigestBase> packageSpare(spareSha1 ? new Digest(soapWrap::SHA1) : nullptr);
     const unsigned long chunkSize = file.GetBufferSize();
-    std::vector<char> chunk(chunkSize);
+    // Filled by each read before it is used, so it is not zeroed first.
+    std::unique_ptr<char[]> chunk(new char[chunkSize]);
     uint64_t offset = mainHeaderOffset;
     long count = 0;
     do {
-        count = file.Read(chunk.data(), offset, chunkSize);
+        count = file.Read(chunk.get(), offset, chunkSize);
         if (count < 0) {
             throw FileIoException("Cannot read file " + file.GetPath());
         }
-        packageMd5->Update(chunk.data(), static_cast<unsigned long>(count));
-        packageDigest->Update(chunk.data(), static_cast<unsigned long>(count));
+        packageMd5->Update(chunk.get(), static_cast<unsigned long>(count));
+        packageDigest->Update(chunk.get(), static_cast<unsigned long>(count));
         if (packageSpare) {
-            packageSpare->Update(chunk.data(), static_cast<unsigned long>(count));
+            packageSpare->Update(chunk.get(), static_cast<unsigned long>(count));
         }
         if (copy) {
-            _OutputFile->WriteBlock(chunk.data(), static_cast<unsigned long>(count));
+            _OutputFile->WriteBlock(chunk.get(), static_cast<unsigned long>(count));
         }
         offset += static_cast<uint64_t>(count);
     } while (static_cast<unsigned long>(count) == chunkSize);
-    chunk.clear();
-    chunk.shrink_to_fit();
+    chunk.reset();
 
     signature->SetDigest(3, packageMd5.get());
     packageMd5.release();
