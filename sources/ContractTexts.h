@@ -157,6 +157,8 @@ inline constexpr char kVerifyErrorJoint[] = " - ";
 // ---------------------------------------------------------------------------
 // Signer selection and certificate store.
 inline constexpr char kRpmFileExtensions[] = "rpm;srpm";
+// The detail of the overload that takes a hash algorithm as its argument;
+// the host shows these words exactly as they are.
 inline constexpr char kSignerBuildContentInfoWithHash[] =
     "BuildContentInfo method with hash algorithm specification";
 inline constexpr char kRpmSignerBuildContentInfo[] = "RpmSigner::BuildContentInfo() is not implemented";
