@@ -1,5 +1,6 @@
 #include "Base64.h"
 
+#include "ByteReader.h"
 #include "ContractTexts.h"
 #include "Exceptions.h"
 
@@ -204,9 +205,9 @@ char* Radix64::Encode(const char* data, unsigned int length, unsigned int& outLe
     unsigned int textLength = 0;
     std::unique_ptr<char[]> out = AllocateEncoded(length, textLength);
     EncodeInto(reinterpret_cast<const unsigned char*>(data), length, out.get());
-    uint32_t crc = Crc24(data, length);
-    const unsigned char crcBytes[3] = {static_cast<unsigned char>(crc >> 16),
-                                       static_cast<unsigned char>(crc >> 8), static_cast<unsigned char>(crc)};
+    // The 24-bit checksum, as the top three bytes of a 32-bit word.
+    unsigned char crcBytes[4];
+    StoreBigEndian32(crcBytes, Crc24(data, length) << 8);
     // The checksum follows the text directly, without a line break.
     out[textLength] = '=';
     EncodeInto(crcBytes, 3, out.get() + textLength + 1);
@@ -233,12 +234,12 @@ char* Radix64::Decode(const char* text, unsigned int length, unsigned int& outLe
     if (text == nullptr || length < 6 || text[length - 5] != '=') {
         throw DataFormatException(contract::kRadix64Expected);
     }
-    unsigned char crcBytes[4];
+    // The 24-bit checksum is the top three bytes of a zero-padded 32-bit word.
+    unsigned char crcBytes[4] = {};
     if (DecodeInto(text + length - 4, 4, crcBytes).written < 3) {
         throw DataFormatException(contract::kRadix64Expected);
     }
-    uint32_t stored = (static_cast<uint32_t>(crcBytes[0]) << 16) | (static_cast<uint32_t>(crcBytes[1]) << 8) |
-                      static_cast<uint32_t>(crcBytes[2]);
+    const uint32_t stored = LoadBigEndian32(crcBytes) >> 8;
 
     unsigned int bodyLength = 0;
     std::unique_ptr<char[]> body(Base64::Decode(text, length - 6, bodyLength));
