@@ -190,12 +190,10 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
         }
         std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
         std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
-        std::unique_ptr<DigestBase> headerSpare(spareSha1 ? new Digest(soapWrap::SHA1) : nullptr);
         headerSha1->Update(mainHeader.data(), mainHeader.size());
         headerDigest->Update(mainHeader.data(), mainHeader.size());
-        if (headerSpare) {
-            headerSpare->Update(mainHeader.data(), mainHeader.size());
-        }
+        // The spare SHA-1 of the header equals the first; it is copied, not hashed again.
+        std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
         // The container owns them from here on.
         signature->SetDigest(0, headerSha1.get());
         headerSha1.release();
