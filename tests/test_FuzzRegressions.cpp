@@ -6,6 +6,7 @@
 #include "TestSupport.h"
 #include "targets/FuzzTargets.h"
 
+#include <algorithm>
 #include <chrono>
 #include <dirent.h>
 #include <set>
@@ -92,7 +93,10 @@ INSTANTIATE_TEST_SUITE_P(Targets, FuzzReplay,
 // Every folder of kept findings belongs to a target, so that no finding is
 // silently skipped.
 TEST(FuzzRegressionsFolder, NamesOnlyKnownTargets) {
-    for (const std::string& name : FolderEntries(kRegressionsDir)) {
+    const std::vector<std::string> entries = FolderEntries(kRegressionsDir);
+    // An unreadable folder would list nothing and check nothing.
+    ASSERT_NE(std::find(entries.begin(), entries.end(), "README.md"), entries.end()) << kRegressionsDir;
+    for (const std::string& name : entries) {
         if (name == "README.md") {
             continue;
         }
