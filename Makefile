@@ -43,7 +43,7 @@ fuzz: deps
 	FUZZ_SECONDS=$(FUZZ_SECONDS) bash fuzz/run.sh
 
 format:
-	clang-format -i sources/*.h sources/*.cpp host/*/*.h host/*/*.cpp tests/*.cpp tests/support/*.h 2>/dev/null || true
+	clang-format -i sources/*/*.h sources/*/*.cpp host/*/*.h host/*/*.cpp tests/*.cpp tests/support/*.h 2>/dev/null || true
 
 clean:
 	rm -rf $(BUILD_DIR) $(ASAN_DIR) build-fuzz

@@ -4,7 +4,7 @@
 if(TARGET host_session)
     add_executable(test_dlopen_rpm_verify ${CMAKE_CURRENT_SOURCE_DIR}/dlopen/test_dlopen_rpm_verify.cpp)
     target_include_directories(test_dlopen_rpm_verify PRIVATE
-        ${CMAKE_CURRENT_SOURCE_DIR}/support ${CMAKE_SOURCE_DIR}/sources)
+        ${CMAKE_CURRENT_SOURCE_DIR}/support ${CMAKE_SOURCE_DIR}/sources/plugin)
     target_link_libraries(test_dlopen_rpm_verify PRIVATE
         "$<LINK_LIBRARY:WHOLE_ARCHIVE,host_session>" GTest::gtest_main ${CMAKE_DL_LIBS})
     set_target_properties(test_dlopen_rpm_verify PROPERTIES ENABLE_EXPORTS ON)
