@@ -22,7 +22,8 @@ Commands:
 
 Options of both commands:
   --plugin PATH   the plug-in to load (default: signing.so beside this
-                  program, or in the folder above it)
+                  program or in the folder above it, else the installed
+                  plug-in)
   --log FILE      also append the plug-in's log lines to FILE
   --json          print the results as JSON on standard output
   --help          show the command's help
@@ -73,7 +74,8 @@ environment (as "phonehome" is). Without "TEMP_FOLDER" the host makes a
 temporary folder for the run and removes it afterwards.
 
 Options:
-  --plugin PATH   the plug-in to load (default: signing.so beside this program)
+  --plugin PATH   the plug-in to load (default: signing.so beside this
+                  program, else the installed plug-in)
   --log FILE      also append the plug-in's log lines to FILE
   --json          print the session values, the component results and the
                   prerequisite outcome as JSON instead of the summary
@@ -95,7 +97,8 @@ RPM_ERROR (5).
 
 Options:
   --key KEY       the public key file (required)
-  --plugin PATH   the plug-in to load (default: signing.so beside this program)
+  --plugin PATH   the plug-in to load (default: signing.so beside this
+                  program, else the installed plug-in)
   --log FILE      also append the plug-in's log lines to FILE
   --json          print the results as JSON instead
 

@@ -66,15 +66,26 @@ std::string Plugin::DefaultPath() {
             "cannot find this program's own folder to look for the plug-in; name it with --plugin PATH");
     }
     std::string folder = FolderOf(std::string(buffer.data(), static_cast<size_t>(length)));
-    std::string beside = folder + "/" + kPluginFileName;
-    std::string above = FolderOf(folder) + "/" + kPluginFileName;
-    for (const std::string& candidate : {beside, above}) {
+    // The build tree's plug-in beside the program or one folder up, then the
+    // installed one relative to this program (a staged or unpacked tree
+    // uses its own copy), then at its installed place.
+    std::vector<std::string> candidates = {folder + "/" + kPluginFileName,
+                                           FolderOf(folder) + "/" + kPluginFileName};
+#ifdef SIGNING_INSTALLED_PLUGIN_FROM_BINDIR
+    candidates.push_back(folder + "/" + SIGNING_INSTALLED_PLUGIN_FROM_BINDIR);
+#endif
+#ifdef SIGNING_INSTALLED_PLUGIN
+    candidates.push_back(SIGNING_INSTALLED_PLUGIN);
+#endif
+    std::string tried;
+    for (const std::string& candidate : candidates) {
         if (IsRegularFile(candidate)) {
             return candidate;
         }
+        tried += (tried.empty() ? "'" : ", '") + candidate + "'";
     }
-    throw SetupError("no plug-in found at '" + beside + "' or '" + above +
-                     "'; build it with 'make build' or name it with --plugin PATH");
+    throw SetupError("no plug-in found at " + tried +
+                     "; build it with 'make build' or name it with --plugin PATH");
 }
 
 } // namespace host

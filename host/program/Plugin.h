@@ -27,9 +27,10 @@ public:
         return reinterpret_cast<Function>(Symbol(name));
     }
 
-    // The plug-in built beside this program: signing.so in the folder of
-    // the executable, then in the folder above it. Throws SetupError naming
-    // the places looked at when neither exists.
+    // The plug-in built beside this program (signing.so in the folder of
+    // the executable, then in the folder above it), else the installed
+    // plug-in. Throws SetupError naming the places looked at when none
+    // exists.
     static std::string DefaultPath();
 
 private:

@@ -4,6 +4,7 @@
 
 #include "ContractTexts.h"
 #include "Exceptions.h"
+#include "WeakHostSymbols.h"
 #include "rpmutil.h"
 
 #include <array>

@@ -7,6 +7,8 @@
 
 #include "session.h"
 
+#include <signing/rpm_verify.h>
+
 #include <string>
 
 // The host's entry point: verifies the package of every "rpm" component of
