@@ -182,7 +182,8 @@ TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
     std::string hostFolder = hosttest::HostPath().substr(0, hosttest::HostPath().rfind('/'));
     std::string script = "set -e\ncd " + ShellQuote(_Work.Path()) +
                          "\nexport PATH=" + ShellQuote(hostFolder) +
-                         ":\"$PATH\"\nMIRROR=" + ShellQuote(_Work.File("mirror")) + " KEY=" + ShellQuote(Key()) + " LOGINS=:\n" + recipe;
+                         ":\"$PATH\"\nMIRROR=" + ShellQuote(_Work.File("mirror")) +
+                         " KEY=" + ShellQuote(Key()) + " LOGINS=:\n" + recipe;
     testsupport::WriteFile(_Work.File("recipe.sh"), script);
     testsupport::CommandResult run =
         testsupport::Run("bash " + ShellQuote(_Work.File("recipe.sh")) + " 2>&1");
