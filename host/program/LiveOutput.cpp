@@ -14,7 +14,7 @@ namespace {
 constexpr size_t kFallbackWidth = 80;
 constexpr size_t kMaxBarWidth = 30;
 constexpr size_t kMinBarWidth = 5;
-constexpr size_t kMinLabelWidth = 8;
+constexpr size_t kMinLabelWidth = 16;
 
 std::string Clock(double seconds) {
     long total = seconds < 0 ? 0 : static_cast<long>(seconds + 0.5);
