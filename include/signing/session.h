@@ -18,7 +18,7 @@ typedef std::map<std::string, std::string> Environment;
 
 class Component {
 public:
-    std::string type() const;  // the package type, e.g. "rpm"; defined by the host
+    std::string type() const; // the package type, e.g. "rpm"; defined by the host
     std::string name;          // display name
     std::string packageFolder; // an operand: expand it with expand_operand
     std::string packageFile;   // file name inside that folder
