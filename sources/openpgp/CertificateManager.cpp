@@ -4,17 +4,42 @@
 #include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
+#include "KeyFileBounds.h"
 #include "PgpCertificate.h"
 #include "PgpMessage.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
 
 constexpr unsigned int kPemLineLength = 64;
+
+// The size of a key file that may be read: only a regular file (not a
+// device such as /dev/zero, a FIFO or a socket) no larger than the key-file
+// bound is read at all.
+unsigned long BoundedKeyFileSize(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) {
+        throw FileIoException("Cannot get status of key file " + path + ": " + std::strerror(errno));
+    }
+    // A folder goes on to the file object's own "was not open" failure.
+    if (S_ISDIR(status.st_mode)) {
+        return 0;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw FileIoException("Key file " + path + " is not a regular file");
+    }
+    if (static_cast<unsigned long long>(status.st_size) > key_file::kMaxSize) {
+        throw FileIoException("Key file " + path + " is larger than " + std::to_string(key_file::kMaxSize) +
+                              " bytes");
+    }
+    return static_cast<unsigned long>(status.st_size);
+}
 
 } // namespace
 
@@ -39,8 +64,11 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
                                                          soapWrap::CertificateFileFormat format) {
     std::vector<char> data;
     {
+        // The file object opens without blocking, so a FIFO in the key's
+        // place cannot stall the caller; a missing file keeps its own
+        // exception.
         std::unique_ptr<FileHelper> file(new FileHelper(path));
-        const unsigned long size = FileHelper::GetSize(path);
+        const unsigned long size = BoundedKeyFileSize(path);
         data.resize(size);
         // One read for the whole file; further reads only if the system
         // answers with less.
