@@ -10,7 +10,7 @@
 # Tests whose names match these expressions get the label; the names are
 # <Suite>.<Test>, with parameters after a slash.
 set(SIGNING_LABEL_UPSTREAM "Upstream")
-set(SIGNING_LABEL_SLOW "HostileInput\\.|LeakCheck\\.|Memory\\.|Demo")
+set(SIGNING_LABEL_SLOW "HostileInput\\.|LeakCheck\\.|Memory\\.|Demo|DownloadDeadline\\.")
 set(SIGNING_LABEL_TOOLS ".")
 
 foreach(entry ${SIGNING_TEST_PROGRAMS})
