@@ -12,6 +12,8 @@
 //       signing_validate_package_list over one product with the packages
 //       (the download finds no key service and falls back to LOCAL_KEY);
 //       prints the return value, the log lines and the prerequisite values.
+//   signing-fault-host validate-warm POINT PROBABILITY TEMP_FOLDER LOCAL_KEY PACKAGE...
+//       the same after one rpm_verify without failures.
 //
 // POINT "none" injects nothing. A probability of 1 fails every call; the
 // injected errno is EIO. Exit status 0 when the entry points returned, 3
@@ -116,8 +118,12 @@ int main(int argc, char** argv) {
         }
         return 0;
     }
-    if (mode == "validate" && argc >= 6) {
+    if ((mode == "validate" || mode == "validate-warm") && argc >= 6) {
         auto validate = reinterpret_cast<Validate>(dlsym(plugin, "signing_validate_package_list"));
+        if (mode == "validate-warm" && argc > 6) {
+            auto verify = reinterpret_cast<Verify>(dlsym(plugin, "rpm_verify"));
+            std::free(verify(argv[6], argv[5]).message);
+        }
         host::HostSession session;
         session.SetValue("TEMP_FOLDER", argv[4]);
         session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/key");
