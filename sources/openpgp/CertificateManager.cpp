@@ -19,6 +19,14 @@ namespace {
 
 constexpr unsigned int kPemLineLength = 64;
 
+// Refuses a key file larger than any key.
+void CheckKeyFileSize(const std::string& path, unsigned long long size) {
+    if (size > key_file::kMaxSize) {
+        throw FileIoException("Key file " + path + " is larger than " + std::to_string(key_file::kMaxSize) +
+                              " bytes");
+    }
+}
+
 // The size of a key file that may be read: only a regular file (not a
 // device such as /dev/zero, a FIFO or a socket) no larger than the key-file
 // bound is read at all.
@@ -34,10 +42,7 @@ unsigned long BoundedKeyFileSize(const std::string& path) {
     if (!S_ISREG(status.st_mode)) {
         throw FileIoException("Key file " + path + " is not a regular file");
     }
-    if (static_cast<unsigned long long>(status.st_size) > key_file::kMaxSize) {
-        throw FileIoException("Key file " + path + " is larger than " + std::to_string(key_file::kMaxSize) +
-                              " bytes");
-    }
+    CheckKeyFileSize(path, static_cast<unsigned long long>(status.st_size));
     return static_cast<unsigned long>(status.st_size);
 }
 
@@ -68,13 +73,21 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
         // place cannot stall the caller; a missing file keeps its own
         // exception.
         std::unique_ptr<FileHelper> file(new FileHelper(path));
-        const unsigned long size = BoundedKeyFileSize(path);
+        // A regular file's size as the file object found it when it opened
+        // the file; anything else is judged by its status. Either way the
+        // key-file bound holds before anything is read.
+        unsigned long size = 0;
+        if (file->GetOpenedSize(size)) {
+            CheckKeyFileSize(path, size);
+        } else {
+            size = BoundedKeyFileSize(path);
+        }
         data.resize(size);
         // One read for the whole file; further reads only if the system
         // answers with less.
         unsigned long total = 0;
         do {
-            const long count = file->Read(data.data() + total, total, size - total);
+            const long count = file->ReadAt(data.data() + total, total, size - total);
             if (count < 0) {
                 throw FileIoException("Cannot read file " + path);
             }
