@@ -254,8 +254,9 @@ TEST_F(FaultInjectionTest, FailingCloseInsideRpmVerifyIsTheAnswerOfEveryPackage)
 }
 
 TEST_F(FaultInjectionTest, FailingReadsNeverGiveASignedPackage) {
-    HostRun run = UnderFiu("", FaultHost("verify posix/io/rw/read 1 " + Quoted(Key()) + " " + Quoted(Good()) +
-                                         " " + Quoted(Tampered())));
+    // Both the plain and the positional read fail.
+    HostRun run = UnderFiu("", FaultHost("verify posix/io/rw/read,posix/io/rw/pread 1 " + Quoted(Key()) +
+                                         " " + Quoted(Good()) + " " + Quoted(Tampered())));
 
     EXPECT_EQ(run.exitCode, 0);
     ASSERT_EQ(run.lines.size(), 2u);

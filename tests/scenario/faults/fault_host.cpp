@@ -15,7 +15,8 @@
 //   signing-fault-host validate-warm POINT PROBABILITY TEMP_FOLDER LOCAL_KEY PACKAGE...
 //       the same after one rpm_verify without failures.
 //
-// POINT "none" injects nothing. A probability of 1 fails every call; the
+// POINT is one failure point or several separated by commas; "none"
+// injects nothing. A probability of 1 fails every call; the
 // injected errno is EIO. Exit status 0 when the entry points returned, 3
 // for a usage error; any other status (a signal, 134 for std::terminate)
 // is a crash.
@@ -54,23 +55,36 @@ public:
         return m_Name == "none" || (m_Enable != nullptr && m_EnableRandom != nullptr && m_Disable != nullptr);
     }
     void On() const {
-        if (m_Name == "none") {
-            return;
-        }
-        void* error = reinterpret_cast<void*>(static_cast<intptr_t>(EIO));
-        if (m_Probability >= 1.0f) {
-            m_Enable(m_Name.c_str(), 1, error, 0);
-        } else {
-            m_EnableRandom(m_Name.c_str(), 1, error, 0, m_Probability);
+        for (const std::string& name : Names()) {
+            void* error = reinterpret_cast<void*>(static_cast<intptr_t>(EIO));
+            if (m_Probability >= 1.0f) {
+                m_Enable(name.c_str(), 1, error, 0);
+            } else {
+                m_EnableRandom(name.c_str(), 1, error, 0, m_Probability);
+            }
         }
     }
     void Off() const {
-        if (m_Name != "none") {
-            m_Disable(m_Name.c_str());
+        for (const std::string& name : Names()) {
+            m_Disable(name.c_str());
         }
     }
 
 private:
+    // The points named, separated by commas; none for "none".
+    std::vector<std::string> Names() const {
+        std::vector<std::string> names;
+        if (m_Name == "none") {
+            return names;
+        }
+        size_t start = 0;
+        for (size_t comma; (comma = m_Name.find(',', start)) != std::string::npos; start = comma + 1) {
+            names.push_back(m_Name.substr(start, comma - start));
+        }
+        names.push_back(m_Name.substr(start));
+        return names;
+    }
+
     std::string m_Name;
     float m_Probability;
     FiuEnable m_Enable = nullptr;
