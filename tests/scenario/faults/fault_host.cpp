@@ -55,7 +55,7 @@ public:
         return m_Name == "none" || (m_Enable != nullptr && m_EnableRandom != nullptr && m_Disable != nullptr);
     }
     void On() const {
-        for (const std::string& name : Names()) {
+        for (const std::string& name : m_Names) {
             void* error = reinterpret_cast<void*>(static_cast<intptr_t>(EIO));
             if (m_Probability >= 1.0f) {
                 m_Enable(name.c_str(), 1, error, 0);
@@ -65,13 +65,14 @@ public:
         }
     }
     void Off() const {
-        for (const std::string& name : Names()) {
+        for (const std::string& name : m_Names) {
             m_Disable(name.c_str());
         }
     }
 
 private:
-    // The points named, separated by commas; none for "none".
+    // The points named, separated by commas; none for "none". Split once,
+    // before any failure is on: Off() must not allocate.
     std::vector<std::string> Names() const {
         std::vector<std::string> names;
         if (m_Name == "none") {
@@ -87,6 +88,7 @@ private:
 
     std::string m_Name;
     float m_Probability;
+    std::vector<std::string> m_Names = Names();
     FiuEnable m_Enable = nullptr;
     FiuEnableRandom m_EnableRandom = nullptr;
     FiuDisable m_Disable = nullptr;
