@@ -8,6 +8,7 @@
 #include "Plugin.h"
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
+#include "VerifyExplainer.h"
 #include "rpmutil.h"
 
 #include <nlohmann/json.hpp>
@@ -18,8 +19,6 @@
 
 namespace host {
 namespace {
-
-using VerifyFunction = RPM_RESULT (*)(const char*, const char*);
 
 struct PackageResult {
     std::string path;
@@ -45,7 +44,7 @@ PackageResult VerifyOne(VerifyFunction verify, const std::string& package, const
 } // namespace
 
 int VerifyCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, WithCommonOptions({{"--key", true}}));
+    CommandLine line(arguments, WithCommonOptions({{"--key", true}, {"-v", false}, {"--verbose", false}}));
     if (PrintedHelpOrVersion(line, kVerifyHelp)) {
         return kExitSuccess;
     }
@@ -58,7 +57,7 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
     const std::string key = line.Value("--key");
     struct stat status;
     if (stat(key.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        throw UsageError("the key file '" + key + "' does not exist or is not a file");
+        throw NotCheckedError("the key file '" + key + "' does not exist or is not a file");
     }
 
     Plugin plugin(ChosenPluginPath(line));
@@ -68,11 +67,21 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
     LiveOutput live(stderr, false);
     LogRouting log(line.Value("--log"), [&live](const std::string& text) { live.LogLine(text); });
 
+    const bool verbose = line.Has("-v") || line.Has("--verbose");
+    VerifyExplainer explainer(verify, key, verbose);
+    if (verbose && !json) {
+        PrintKeyExplanation(stdout, key, explainer.Key());
+    }
+    int exitCode = kExitSuccess;
+
     std::vector<PackageResult> results;
     bool allSigned = true;
     for (const std::string& package : line.Positionals()) {
         PackageResult result = VerifyOne(verify, package, key);
         allSigned = allSigned && result.status == RPM_SIGNED;
+        const ExplainedAnswer explained =
+            explainer.Explain(package, PluginAnswer{result.status, result.statusName, result.message});
+        exitCode = CombineExitClasses(exitCode, explained.exitClass);
         if (!json) {
             if (result.status >= 0) {
                 std::printf("%s: %s (%d) %s\n", result.path.c_str(), result.statusName.c_str(), result.status,
@@ -80,6 +89,13 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
             } else {
                 std::printf("%s: %s %s\n", result.path.c_str(), result.statusName.c_str(),
                             result.message.c_str());
+            }
+            if (verbose) {
+                PrintExplanation(stdout, explained);
+            } else {
+                for (const std::string& advice : explained.advice) {
+                    std::fprintf(stderr, "%s: %s\n", result.path.c_str(), advice.c_str());
+                }
             }
             std::fflush(stdout);
         }
@@ -104,7 +120,7 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
         std::printf("%s\n",
                     document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
     }
-    return allSigned ? kExitSuccess : kExitFailure;
+    return exitCode;
 }
 
 } // namespace host
