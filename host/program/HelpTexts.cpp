@@ -30,6 +30,7 @@ Options of every command:
                   program, or in the folder above it)
   --log FILE      also append the plug-in's log lines to FILE
   --json          print the results as JSON on standard output
+  --quiet         keep the plug-in's log lines off standard error
   --help          show the command's help
   --version       show the version
 
@@ -99,6 +100,8 @@ Options:
                   gets mode 0600; a symbolic link is refused)
   --json          print the session values, the component results and the
                   prerequisite outcome as JSON instead of the summary
+  --quiet         keep the plug-in's log lines off standard error (--log
+                  FILE still gets them)
 
 Exit code: 0 every verified package is signed; 1 a package failed its
 signature or hash check; 3 nothing failed but something could not be
@@ -109,41 +112,56 @@ removed also when the run is ended by SIGINT, SIGTERM or SIGHUP.
 )";
 
 const char kVerifyHelp[] =
-    R"(Usage: signing-host verify --key KEY [-v] [--plugin PATH] [--log FILE] [--json] PACKAGE...
+    R"(Usage: signing-host verify --key KEY [OPTIONS] [PACKAGE...]
 
 Calls the plug-in's rpm_verify for each PACKAGE with the armored OpenPGP
-public key file KEY, and prints one line per package:
+public key file KEY, and prints one line per package, in input order:
   PATH: STATUS_NAME (STATUS) MESSAGE
 STATUS_NAME is one of RPM_SIGNED (0), RPM_NOT_SIGNED (1),
 RPM_INVALID_SIGNATURE (2), RPM_INVALID_HASH (3), RPM_INVALID_STRUCTURE (4),
-RPM_ERROR (5).
+RPM_ERROR (5). Control characters and bytes that are not UTF-8 in PATH and
+MESSAGE are escaped as \n, \t, \xHH (and \\ for a backslash).
 
 When a package fails, a line of advice per known cause follows on standard
 error ("PATH: no signature: the package is unsigned; ...").
 
 Options:
-  --key KEY       the public key file (required)
-  -v, --verbose   show what the key file holds and whether the plug-in can
-                  use it, then under each package every check in plain
-                  words: lead and format, the signature header's tags, the
-                  header SHA-1 (tag 269) and MD5 (tag 1004), the header
-                  (268) and header+payload (1002) signatures with version,
-                  hash, key ID and creation time, each OK, BAD or MISSING,
-                  and the advice ("explain" is the same command)
-  --plugin PATH   the plug-in to load (default: signing.so beside this program)
-  --log FILE      also append the plug-in's log lines to FILE
-  --json          print the results as JSON instead
+  --key KEY           the public key file (required)
+  -v, --verbose       show what the key file holds and whether the plug-in
+                      can use it, then under each package every check in
+                      plain words: lead and format, the signature header's
+                      tags, the header SHA-1 (tag 269) and MD5 (tag 1004),
+                      the header (268) and header+payload (1002) signatures
+                      with version, hash, key ID and creation time, each OK,
+                      BAD or MISSING, and the advice ("explain" is the same
+                      command); text output only
+  --files-from FILE   also check the packages listed in FILE ("-": standard
+                      input), one per line (NUL-separated with -0)
+  --recursive DIR     also check every *.rpm under DIR, sorted by path
+  --jobs N            worker processes (default: the number of processors);
+                      the output is the same for every N
+  -0                  NUL-separated input list and output records; the
+                      path is then written exactly as it is
+  --json-lines        one JSON object per package as soon as it is done,
+                      then a summary object (docs/json-schema.md, schema 1)
+  --json              the same objects as one JSON document at the end
+  --quiet             keep the plug-in's log lines off standard error
+  --plugin PATH       the plug-in to load (default: signing.so beside this program)
+  --log FILE          also append the plug-in's log lines to FILE
 
-The verdict shown is always the plug-in's; the explanation only adds detail.
+Packages named as arguments come first, then those of --files-from, then
+those of --recursive. On a terminal, standard error shows a progress bar
+that fits its width: done/total, elapsed time and time left. The verdict
+shown is always the plug-in's; the explanation only adds detail.
 
 Exit code: 0 every package is RPM_SIGNED; 1 a package failed its signature
-or hash check (RPM_NOT_SIGNED, RPM_INVALID_SIGNATURE, RPM_INVALID_HASH, or
-RPM_ERROR for a package that is unsigned, lacks the header+payload
-signature, or whose signature value does not verify); 3 nothing failed but
-something could not be checked (a missing or unreadable package, a file
-that is not a package, a key file that is missing or that the plug-in
-cannot use, another RPM_ERROR); 2 usage errors (no key, no package, a
-plug-in that does not load).
+or hash check (RPM_NOT_SIGNED, RPM_INVALID_SIGNATURE, RPM_INVALID_HASH,
+RPM_INVALID_STRUCTURE, or RPM_ERROR for a package that is unsigned, lacks
+the header+payload signature, or whose signature value does not verify); 3
+nothing failed but something could not be checked (a missing or unreadable
+package, a file that is not a package, a key file that is missing or that
+the plug-in cannot use, another RPM_ERROR); 2 usage errors (no key, no
+package, a package list that cannot be read, a plug-in that does not load).
 )";
 
 const char kKeyHelp[] =

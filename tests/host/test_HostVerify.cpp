@@ -45,23 +45,33 @@ TEST_F(HostProgramTest, VerifyAsJson) {
 
     ASSERT_EQ(result.exitCode, 1) << result.err;
     json document = json::parse(result.out);
-    EXPECT_EQ(document["command"], "verify");
-    EXPECT_EQ(document["key"], Key());
-    EXPECT_EQ(document["allSigned"], false);
+    EXPECT_EQ(document["schema"], 1);
+    EXPECT_EQ(document["summary"]["command"], "verify");
+    EXPECT_EQ(document["summary"]["key"], Key());
+    EXPECT_EQ(document["summary"]["all_signed"], false);
+    auto record = [](size_t index, const std::string& path, int status, const std::string& name,
+                     const std::string& outcome, const std::string& message) {
+        return json{
+            {"schema", 1},
+            {"record", "package"},
+            {"index", index},
+            {"path", path},
+            {"path_is_utf8", true},
+            {"path_bytes",
+             testsupport::Run("printf '%s' " + testsupport::ShellQuote(path) + " | base64 -w0").output},
+            {"status", status},
+            {"status_name", name},
+            {"outcome", outcome},
+            {"message", message}};
+    };
     EXPECT_EQ(document["packages"],
               json::array({
-                  json{{"path", Package("signed-rsa2048-sha256.rpm")},
-                       {"status", 0},
-                       {"statusName", "RPM_SIGNED"},
-                       {"message", Package("signed-rsa2048-sha256.rpm") + " is signed."}},
-                  json{{"path", Package("tampered-payload.rpm")},
-                       {"status", 3},
-                       {"statusName", "RPM_INVALID_HASH"},
-                       {"message", Package("tampered-payload.rpm") + " has invalid hash."}},
-                  json{{"path", Package("notapackage.rpm")},
-                       {"status", 5},
-                       {"statusName", "RPM_ERROR"},
-                       {"message", Package("notapackage.rpm") + " is not an RPM file."}},
+                  record(0, Package("signed-rsa2048-sha256.rpm"), 0, "RPM_SIGNED", "signed",
+                         Package("signed-rsa2048-sha256.rpm") + " is signed."),
+                  record(1, Package("tampered-payload.rpm"), 3, "RPM_INVALID_HASH", "failed",
+                         Package("tampered-payload.rpm") + " has invalid hash."),
+                  record(2, Package("notapackage.rpm"), 5, "RPM_ERROR", "unchecked",
+                         Package("notapackage.rpm") + " is not an RPM file."),
               }));
 }
 
@@ -71,8 +81,9 @@ TEST_F(HostProgramTest, VerifySignedAsJsonExitsZero) {
 
     ASSERT_EQ(result.exitCode, 0) << result.err;
     json document = json::parse(result.out);
-    EXPECT_EQ(document["allSigned"], true);
-    EXPECT_EQ(document["packages"][0]["statusName"], "RPM_SIGNED");
+    EXPECT_EQ(document["summary"]["all_signed"], true);
+    EXPECT_EQ(document["summary"]["exit_code"], 0);
+    EXPECT_EQ(document["packages"][0]["status_name"], "RPM_SIGNED");
 }
 
 TEST_F(HostProgramTest, VerifyUsageErrors) {
