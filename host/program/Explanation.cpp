@@ -387,6 +387,7 @@ int Explanation::ExitClass(const PluginAnswer& answer, const PackageFile* packag
     case RPM_NOT_SIGNED:
     case RPM_INVALID_SIGNATURE:
     case RPM_INVALID_HASH:
+    case RPM_INVALID_STRUCTURE:
         return kExitFailure;
     case RPM_ERROR:
         break;

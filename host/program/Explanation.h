@@ -46,7 +46,7 @@ public:
                                                   const PluginAnswer& answer);
 
     // The exit-code class of one answer: 0 signed, 1 failed its check
-    // (also the plug-in's error answer when the host finds the package at
+    // (statuses 1 to 4, and the plug-in's error answer when the host finds the package at
     // fault: no signature, no header+payload signature, a signature that
     // does not verify), 3 could not be checked. package and key may be
     // null when they were not read.

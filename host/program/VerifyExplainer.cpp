@@ -1,5 +1,7 @@
 #include "VerifyExplainer.h"
 
+#include "SafeText.h"
+
 #include <cstdio>
 
 namespace host {
@@ -37,21 +39,21 @@ ExplainedAnswer VerifyExplainer::Explain(const std::string& packagePath, const P
 }
 
 void PrintKeyExplanation(std::FILE* stream, const std::string& keyPath, const KeyVerdict& key) {
-    std::fprintf(stream, "Key file %s:\n", keyPath.c_str());
+    std::fprintf(stream, "Key file %s:\n", SafeText::Escape(keyPath).c_str());
     for (const std::string& line : key.details) {
-        std::fprintf(stream, "    %s\n", line.c_str());
+        std::fprintf(stream, "    %s\n", SafeText::Escape(line).c_str());
     }
     for (const std::string& line : key.advice) {
-        std::fprintf(stream, "    advice: %s\n", line.c_str());
+        std::fprintf(stream, "    advice: %s\n", SafeText::Escape(line).c_str());
     }
 }
 
 void PrintExplanation(std::FILE* stream, const ExplainedAnswer& explained) {
     for (const std::string& line : explained.details) {
-        std::fprintf(stream, "    %s\n", line.c_str());
+        std::fprintf(stream, "    %s\n", SafeText::Escape(line).c_str());
     }
     for (const std::string& line : explained.advice) {
-        std::fprintf(stream, "    advice: %s\n", line.c_str());
+        std::fprintf(stream, "    advice: %s\n", SafeText::Escape(line).c_str());
     }
 }
 
