@@ -13,6 +13,7 @@ packages=(
     rpm gnupg wget curl python3 attr
     fiu-utils
     time python3-matplotlib
+    strace
     parallel tmux
 )
 
