@@ -228,18 +228,6 @@ protected:
 
 } // namespace
 
-TEST_F(FaultInjectionTest, SigningHostVerifyWithEveryCloseFailingAnswersAnError) {
-    // Every close fails with EIO: the package's file object throws from its
-    // destructor, which used to end the host with std::terminate (134).
-    HostRun run =
-        UnderFiu("-c 'enable name=posix/io/oc/close,failinfo=5'",
-                 Quoted(SIGNING_HOST_PATH) + " verify --key " + Quoted(Key()) + " " + Quoted(Good()));
-
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.lines, (Lines{Good() + ": RPM_ERROR (5) File operation error: Cannot close file " + Good() +
-                                ": Input/output error"}));
-}
-
 TEST_F(FaultInjectionTest, FailingCloseInsideRpmVerifyIsTheAnswerOfEveryPackage) {
     HostRun run =
         UnderFiu("", FaultHost("verify posix/io/oc/close 1 " + Quoted(Key()) + " " + Quoted(Good()) + " " +
