@@ -36,7 +36,8 @@ Run 'signing-host run --help' or 'signing-host verify --help' for details.
 )";
 
 const char kRunHelp[] =
-    R"(Usage: signing-host run [--plugin PATH] [--log FILE] [--json] MANIFEST
+    R"(Usage: signing-host run [--plugin PATH] [--log FILE] [--json | --json-lines]
+                        [--quiet] MANIFEST
 
 Builds the installer's session from MANIFEST, calls the plug-in's
 signing_validate_package_list, and streams the plug-in's log to standard
@@ -80,6 +81,9 @@ Options:
                   prerequisite outcome as JSON instead of the summary
   --quiet         keep the plug-in's log lines off standard error (--log
                   FILE still gets them)
+  --json-lines    one JSON object per component as soon as the plug-in
+                  has moved past it, then a summary object
+                  (docs/json-schema.md, schema 1)
 
 Exit code: the entry point's return value (0 every verified package is
 signed; 1 a package failed, or no valid public key was obtained); 2 when the

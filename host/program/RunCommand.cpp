@@ -12,8 +12,8 @@
 #include "Plugin.h"
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
+#include "RunJsonLines.h"
 #include "RunReport.h"
-#include "SafeText.h"
 
 #include <nlohmann/json.hpp>
 
@@ -66,17 +66,20 @@ private:
 // The listeners of one run; removed before the session and the report go.
 class SessionListening {
 public:
-    SessionListening(HostSession& session, RunReport& report, LiveOutput& live) : _Session(session) {
-        _Session.SetWriteListener([&report, &live](const std::string& key, const std::string& value) {
-            report.OnSessionWrite(key, value);
-            if (key == "operation_progress") {
-                // The first write starts the run; each later one starts the
-                // next component, so the ones before it are done.
-                size_t written = report.ProgressValues().size();
-                live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
-                              report.Components().size());
-            }
-        });
+    SessionListening(HostSession& session, RunReport& report, LiveOutput& live, RunJsonLines& stream)
+        : _Session(session) {
+        _Session.SetWriteListener(
+            [&report, &live, &stream](const std::string& key, const std::string& value) {
+                report.OnSessionWrite(key, value);
+                if (key == "operation_progress") {
+                    // The first write starts the run; each later one starts the
+                    // next component, so the ones before it are done.
+                    size_t written = report.ProgressValues().size();
+                    live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
+                                  report.Components().size());
+                    stream.WriteDone(report);
+                }
+            });
     }
     ~SessionListening() { _Session.SetWriteListener(nullptr); }
     SessionListening(const SessionListening&) = delete;
@@ -192,30 +195,7 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
     document["result"] = result;
     document["components"] = OrderedJson::array();
     for (const ComponentOutcome& outcome : report.Components()) {
-        OrderedJson item;
-        item["product"] = outcome.product;
-        item["name"] = outcome.name;
-        item["type"] = outcome.type;
-        item["path"] = outcome.path;
-        item["path_is_utf8"] = SafeText::IsUtf8(outcome.path);
-        item["path_bytes"] = SafeText::Base64(outcome.path);
-        // Every component has every field: a component that rpm_verify did
-        // not answer for has status -1 and empty texts.
-        const bool verified = outcome.kind == ComponentOutcome::Kind::Verified;
-        switch (outcome.kind) {
-        case ComponentOutcome::Kind::Verified:
-            item["outcome"] = outcome.status == 0 ? "passed" : "failed";
-            break;
-        case ComponentOutcome::Kind::NotAvailable:
-            item["outcome"] = "not available";
-            break;
-        case ComponentOutcome::Kind::NotChecked:
-            item["outcome"] = "not checked";
-            break;
-        }
-        item["status"] = verified ? outcome.status : -1;
-        item["statusName"] = verified ? RpmStatusName(outcome.status) : "";
-        item["message"] = verified ? outcome.message : "";
+        OrderedJson item = RunJsonLines::ComponentRecord(outcome);
         document["components"].push_back(item);
     }
     document["prerequisites"] = OrderedJson::array();
@@ -239,7 +219,7 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
 } // namespace
 
 int RunCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, WithCommonOptions({}));
+    CommandLine line(arguments, WithCommonOptions({{"--json-lines", false}}));
     if (PrintedHelpOrVersion(line, kRunHelp)) {
         return kExitSuccess;
     }
@@ -264,8 +244,12 @@ int RunCommand(const std::vector<std::string>& arguments) {
         session.SetValue("TEMP_FOLDER", temporary.Create());
     }
 
+    if (line.Has("--json") && line.Has("--json-lines")) {
+        throw UsageError("--json and --json-lines cannot be given together");
+    }
     RunReport report(session);
     LiveOutput live(stderr, LiveOutput::IsTerminal(stderr));
+    RunJsonLines stream(stdout, line.Has("--json-lines"));
     int result;
     {
         const bool quiet = line.Has("--quiet");
@@ -275,7 +259,7 @@ int RunCommand(const std::vector<std::string>& arguments) {
                 live.LogLine(text);
             }
         });
-        SessionListening listening(session, report, live);
+        SessionListening listening(session, report, live, stream);
         try {
             result = validate(&session);
         } catch (const std::exception& error) {
@@ -286,14 +270,17 @@ int RunCommand(const std::vector<std::string>& arguments) {
         live.Finish();
     }
 
-    if (line.Has("--json")) {
+    // The exit code is the entry point's answer (0 or 1).
+    const int exitCode = result >= 0 && result <= 255 ? result : kExitFailure;
+    if (line.Has("--json-lines")) {
+        stream.Finish(report, manifestPath, plugin.Path(), result, exitCode);
+    } else if (line.Has("--json")) {
         PrintJson(manifestPath, plugin.Path(), session, report, result);
     } else {
         PrintSummary(manifestPath, session, report, result);
     }
     std::fflush(stdout);
-    // The exit code is the entry point's answer (0 or 1).
-    return result >= 0 && result <= 255 ? result : kExitFailure;
+    return exitCode;
 }
 
 } // namespace host

@@ -44,7 +44,10 @@ TEST_F(HostProgramTest, HelpAndVersion) {
     EXPECT_EQ(help.out.rfind("Usage: signing-host COMMAND [OPTIONS] ARGUMENTS...\n", 0), 0u) << help.out;
     EXPECT_EQ(runHelp.exitCode, 0);
     EXPECT_EQ(
-        runHelp.out.rfind("Usage: signing-host run [--plugin PATH] [--log FILE] [--json] MANIFEST\n", 0), 0u);
+        runHelp.out.rfind("Usage: signing-host run [--plugin PATH] [--log FILE] [--json | --json-lines]\n"
+                          "                        [--quiet] MANIFEST\n",
+                          0),
+        0u);
     EXPECT_TRUE(Contains(runHelp.out, "\"packageFolder\""));
     EXPECT_EQ(verifyHelp.exitCode, 0);
     EXPECT_EQ(verifyHelp.out.rfind("Usage: signing-host verify --key KEY", 0), 0u);
