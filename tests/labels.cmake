@@ -23,6 +23,10 @@ set(SIGNING_LABEL_SLOW_LIST
     "^RpmVerifyFiles\\.DamagedSignatureHeaders$")
 set(SIGNING_LABEL_TOOLS_LIST
     "^HostProgramTest\\."
+    "^HostJsonLinesTest\\."
+    "^HostMirrorTest\\."
+    "^HostSafeTextTest\\."
+    "^Widths/HostTerminalTest\\."
     "^HostileInput\\."
     "^LeakCheck\\."
     "^PackageListValidationTest\\."
