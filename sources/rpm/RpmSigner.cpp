@@ -59,6 +59,56 @@ void ReadHeaderRecord(const FileHelper& file, unsigned long position,
     ReadAt(file, position, record, sizeof(record));
 }
 
+// The verdict of a package whose every check passed.
+constexpr int kProcessingValid = 1;
+
+// Signature-header tags of the two OpenPGP signatures.
+constexpr uint32_t kTagHeaderSignature = 268;
+constexpr uint32_t kTagPayloadSignature = 1002;
+
+// A valid header-and-payload signature proves something about the payload
+// only when it covers payload bytes. Two forgeries pass every signature
+// check without that: a payload-less package whose tag-1002 blob is a copy
+// of the header-only signature (both then sign the main header alone), and
+// any package without a payload at all. Both are refused here, after every
+// other check has had its say.
+// The entries are in host order by now (the tag stays in file order), and
+// each signature blob lies inside the data store: the container checked it.
+void RequirePayloadCoverage(const FileHelper& file, uint64_t mainHeaderOffset, const unsigned char* index,
+                            uint32_t indexCount) {
+    const unsigned char* store = index + kIndexEntrySize * indexCount;
+    const unsigned char* headerBlob = nullptr;
+    uint32_t headerBlobLength = 0;
+    std::vector<std::pair<const unsigned char*, uint32_t>> payloadBlobs;
+    for (uint32_t i = 0; i < indexCount; ++i) {
+        SignatureEntry entry;
+        std::memcpy(&entry, index + kIndexEntrySize * i, sizeof(entry));
+        const uint32_t tag = LoadBigEndian32(reinterpret_cast<const unsigned char*>(&entry.tag));
+        if (tag == kTagHeaderSignature) {
+            headerBlob = store + entry.offset;
+            headerBlobLength = entry.count;
+        } else if (tag == kTagPayloadSignature) {
+            payloadBlobs.emplace_back(store + entry.offset, entry.count);
+        }
+    }
+    for (const auto& blob : payloadBlobs) {
+        if (headerBlob != nullptr && blob.second == headerBlobLength &&
+            std::memcmp(blob.first, headerBlob, headerBlobLength) == 0) {
+            throw DataFormatException("Signature section: the header-and-payload signature (tag 1002) is a "
+                                      "copy of the header-only signature (tag 268).");
+        }
+    }
+
+    unsigned char record[kHeaderRecordSize];
+    ReadHeaderRecord(file, mainHeaderOffset, record);
+    const uint64_t headerEnd = mainHeaderOffset + kHeaderRecordSize +
+                               kIndexEntrySize * LoadBigEndian32(record + 8) + LoadBigEndian32(record + 12);
+    if (FileHelper::GetSize(file.GetPath()) <= headerEnd) {
+        throw InvalidFileStructureException("The package has no payload: its header-and-payload signature "
+                                            "covers no payload byte.");
+    }
+}
+
 } // namespace
 
 RpmSigner::RpmSigner(unsigned int mode) : _SignatureHeader(nullptr), _EntryCount(0), _Flag(1) {
@@ -81,7 +131,11 @@ int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
         unsigned long mainHeaderOffset = 0;
         std::unique_ptr<RpmSignature> signature(ParseSignature(mainHeaderOffset, copy));
         PassDigestsToSignature(signature.get(), mainHeaderOffset, copy);
-        return signature->Verify(message);
+        const int verdict = signature->Verify(message);
+        if (verdict == kProcessingValid) {
+            RequirePayloadCoverage(*_File, mainHeaderOffset, _SignatureHeader, _EntryCount);
+        }
+        return verdict;
     } catch (const std::exception& error) {
         message = error.what();
         return kProcessingError;
