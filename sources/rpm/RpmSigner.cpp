@@ -7,6 +7,7 @@
 #include "FileHelper.h"
 #include "RpmSignature.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -30,6 +31,14 @@ constexpr unsigned long kSignatureIndexOffset = kSignatureHeaderOffset + kHeader
 constexpr uint64_t kMainHeaderAlignment = 8;
 // The first signature-header entry must be the header-signatures region (tag 62).
 constexpr unsigned char kFirstSignatureTag[4] = {0x00, 0x00, 0x00, 0x3E};
+
+// The signature header holds a few digests and signatures, a few KiB in a
+// real package. Its data store is capped as rpm caps it (64 MiB), and its
+// index at what the container walks (255 entries), so that a file claiming
+// a huge header (a sparse file of GBs needs only KBs of disk) cannot make
+// the parser allocate more.
+constexpr uint32_t kMaxSignatureDataSize = 64u * 1024 * 1024;
+constexpr uint32_t kMaxSignatureIndexCount = 255;
 
 // The verdict when an exception ended processing.
 constexpr int kProcessingError = 5;
@@ -188,6 +197,17 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
                                             " bytes of data, more than the file holds.");
     }
 
+    if (header.indexCount > kMaxSignatureIndexCount) {
+        throw InvalidFileStructureException("Signature section: the signature header has " +
+                                            std::to_string(header.indexCount) +
+                                            " index entries; at most 255 are supported.");
+    }
+    if (header.dataSize > kMaxSignatureDataSize) {
+        throw InvalidFileStructureException("Signature section: the signature header claims " +
+                                            std::to_string(header.dataSize) +
+                                            " bytes of data; at most 67108864 (64 MiB) are accepted.");
+    }
+
     _EntryCount = header.indexCount;
     delete[] _SignatureHeader;
     _SignatureHeader = nullptr;
@@ -238,14 +258,21 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
             std::to_string(dataSize) + " bytes of data, more than the file holds.");
     }
     {
-        std::vector<unsigned char> mainHeader(headerSize);
-        if (ReadAt(file, mainHeaderOffset, mainHeader.data(), headerSize) != headerSize) {
-            throw InvalidFileStructureException("Header section: the file ends inside the main header.");
-        }
         std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
         std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
-        headerSha1->Update(mainHeader.data(), mainHeader.size());
-        headerDigest->Update(mainHeader.data(), mainHeader.size());
+        // Streamed in chunks: memory stays one chunk whatever size the
+        // header claims, and the digests are those of the whole header.
+        std::vector<unsigned char> piece(
+            static_cast<size_t>(std::min<uint64_t>(headerSize, file.GetBufferSize())));
+        for (uint64_t done = 0; done < headerSize;) {
+            const uint64_t length = std::min<uint64_t>(piece.size(), headerSize - done);
+            if (ReadAt(file, mainHeaderOffset + done, piece.data(), length) != length) {
+                throw InvalidFileStructureException("Header section: the file ends inside the main header.");
+            }
+            headerSha1->Update(piece.data(), length);
+            headerDigest->Update(piece.data(), length);
+            done += length;
+        }
         // The spare SHA-1 of the header equals the first; it is copied, not hashed again.
         std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
         // The container owns them from here on.
