@@ -291,6 +291,11 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     const unsigned long chunkSize = file.GetBufferSize();
     // Filled by each read before it is used, so it is not zeroed first.
     std::unique_ptr<char[]> chunk(new char[chunkSize]);
+    // A short read is not the end of the file (network and FUSE file
+    // systems answer with less than asked): the pass goes on after one until
+    // it reaches the file's size or a read gives nothing. A full chunk is
+    // followed by one more read, so a region of an exact multiple of the
+    // chunk size ends with an empty read.
     uint64_t offset = mainHeaderOffset;
     long count = 0;
     do {
@@ -307,7 +312,7 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
             _OutputFile->WriteBlock(chunk.get(), static_cast<unsigned long>(count));
         }
         offset += static_cast<uint64_t>(count);
-    } while (static_cast<unsigned long>(count) == chunkSize);
+    } while (static_cast<unsigned long>(count) == chunkSize || (count != 0 && offset < fileSize));
     chunk.reset();
 
     signature->SetDigest(3, packageMd5.get());
