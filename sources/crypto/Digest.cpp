@@ -2,6 +2,7 @@
 
 #include "ContractTexts.h"
 #include "Exceptions.h"
+#include "OpenSsl.h"
 
 #include <cstring>
 
@@ -20,6 +21,7 @@ constexpr soapWrap::HashAlgorithm OID_SEARCH_ORDER[] = {soapWrap::SHA1,   soapWr
 } // namespace
 
 Digest::Digest(soapWrap::HashAlgorithm type) : DigestBase(type), _Md(nullptr), _Context() {
+    crypto::RequireOpenSsl();
     _Md = GetMd(type);
     if (_Md == nullptr) {
         throw DigestException(contract::kDigestCannotCreate + GetTypeName() + contract::kDigestTypeEnd);
