@@ -5,7 +5,8 @@
 #include <type_traits>
 
 TEST(Exceptions, TitledClassesPutTitleColonBlankAndDetail) {
-    EXPECT_STREQ(DataFormatException("Unsupported packet tag").what(), "Invalid format of data: Unsupported packet tag");
+    EXPECT_STREQ(DataFormatException("Unsupported packet tag").what(),
+                 "Invalid format of data: Unsupported packet tag");
     EXPECT_STREQ(NotImplementedException("x").what(), "Not implemented: x");
     EXPECT_STREQ(ArgumentException("x").what(), "Invalid argument: x");
     EXPECT_STREQ(DigestException("x").what(), "Digest calculation error: x");
@@ -15,8 +16,10 @@ TEST(Exceptions, TitledClassesPutTitleColonBlankAndDetail) {
 
 TEST(Exceptions, FileExceptionsPutTheFileOperationTitleFirst) {
     EXPECT_STREQ(FileNotFoundException("D").what(), "File operation error: File not found: D");
-    EXPECT_STREQ(InvalidFileStructureException("D").what(), "File operation error: Invalid structure of the file: D");
-    EXPECT_STREQ(NotSupportedFileFormatException("D").what(), "File operation error: File format is not supported: D");
+    EXPECT_STREQ(InvalidFileStructureException("D").what(),
+                 "File operation error: Invalid structure of the file: D");
+    EXPECT_STREQ(NotSupportedFileFormatException("D").what(),
+                 "File operation error: File format is not supported: D");
 }
 
 TEST(Exceptions, UntitledClassesCarryTheDetailAlone) {
