@@ -31,6 +31,7 @@ set(SIGNING_LABEL_TOOLS_LIST
     "^PgpSignaturePacketReal\\."
     "^RpmVerifyMemory\\."
     "^RpmVerifyOracle\\."
+    "^RpmVerifyRealComparisons\\."
     "^Targets/FuzzKeptFindings\\."
     "^Targets/FuzzReplay\\."
     "^CertificateManagerTest\\.(BrokenKeyFilesLeaveTheStoreAlone|CertificateFromMemory|DestroyingTheStoreKeepsItsCertificates|EveryFixtureKeyLoadsInEveryEncoding|KeyFileIsReadAnewOnEveryRequest|LoadFromFileWithExplicitPath|LoadingTwiceKeepsOneEntryAndTheFirstStaysUsable|OtherFormatsAreNotImplemented)$"
