@@ -1,6 +1,7 @@
 #include "Manifest.h"
 
 #include "ProgramError.h"
+#include "StrictJson.h"
 
 #include <cerrno>
 #include <climits>
@@ -179,7 +180,9 @@ Manifest Manifest::Load(const std::string& path) {
 Manifest Manifest::Parse(const std::string& text, const std::string& origin, const std::string& folder) {
     json document;
     try {
-        document = json::parse(text);
+        document = ParseStrictJson(text);
+    } catch (const StrictJsonError& error) {
+        throw SetupError("the manifest '" + origin + "' " + error.what());
     } catch (const json::parse_error& error) {
         // "[json.exception.parse_error.101] parse error at line 1, ..."
         std::string detail = error.what();

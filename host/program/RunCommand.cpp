@@ -14,6 +14,7 @@
 #include "RpmStatusNames.h"
 #include "RunReport.h"
 #include "SafeText.h"
+#include "TemporaryFolder.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,38 +31,6 @@ namespace {
 
 using ValidateFunction = int (*)(session_t*);
 using OrderedJson = nlohmann::ordered_json;
-
-// The temporary folder the host provides when the manifest names none;
-// removed with its content (the downloaded key) after the run.
-class TemporaryFolder {
-public:
-    TemporaryFolder() = default;
-    ~TemporaryFolder() {
-        if (!_Path.empty()) {
-            std::error_code ignored;
-            std::filesystem::remove_all(_Path, ignored);
-        }
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& Create() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern =
-            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/signing-host-XXXXXX";
-        std::vector<char> buffer(pattern.begin(), pattern.end());
-        buffer.push_back('\0');
-        if (mkdtemp(buffer.data()) == nullptr) {
-            throw SetupError("cannot create a temporary folder from '" + pattern +
-                             "': " + std::strerror(errno));
-        }
-        _Path = buffer.data();
-        return _Path;
-    }
-
-private:
-    std::string _Path;
-};
 
 // The listeners of one run; removed before the session and the report go.
 class SessionListening {
