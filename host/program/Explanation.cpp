@@ -287,11 +287,15 @@ std::vector<std::string> Explanation::PackageDetails(const PackageFile& package)
                     (package.md5 == CheckState::Bad
                          ? " (stored " + package.md5Stored + ", computed " + package.md5Computed + ")"
                          : std::string()));
-    lines.push_back(
-        SignatureLine("Header signature", package.header.tag == 0 ? PackageSignature{268} : package.header));
+    // A signature that is absent has no tag yet: name the one expected.
+    PackageSignature header = package.header;
+    if (header.tag == 0) {
+        header.tag = 268;
+    }
+    lines.push_back(SignatureLine("Header signature", header));
     PackageSignature payload = package.payload;
     if (payload.tag == 0) {
-        payload = PackageSignature{1002};
+        payload.tag = 1002;
     }
     lines.push_back(SignatureLine("Header+payload signature", payload));
     if (package.hasDsaTags) {

@@ -212,6 +212,21 @@ Manifest Manifest::Parse(const std::string& text, const std::string& origin, con
         manifest._Variables.count(kManifestFolderVariable) == 0) {
         manifest._Variables[kManifestFolderVariable] = folder;
     }
+    // The plug-in reads "signature" as it is, without expansion; the host
+    // expands "${MANIFEST_DIR}" in it so that a manifest can name a key
+    // beside itself.
+    auto signature = manifest._SessionValues.find("signature");
+    if (signature != manifest._SessionValues.end()) {
+        const std::string marker = std::string("${") + kManifestFolderVariable + "}";
+        auto given = manifest._SessionValues.find(kManifestFolderVariable);
+        if (given == manifest._SessionValues.end()) {
+            given = manifest._Variables.find(kManifestFolderVariable);
+        }
+        for (size_t at = signature->second.find(marker); at != std::string::npos;
+             at = signature->second.find(marker, at + given->second.size())) {
+            signature->second.replace(at, marker.size(), given->second);
+        }
+    }
 
     const json& products = check.Require(document, "", "products");
     if (!products.is_array()) {

@@ -4,6 +4,7 @@
 
 #include "CommandLine.h"
 #include "CommonOptions.h"
+#include "ComponentCheck.h"
 #include "HostSession.h"
 #include "LiveOutput.h"
 #include "LogRouting.h"
@@ -13,6 +14,7 @@
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
 #include "RunReport.h"
+#include "RunVerdict.h"
 #include "SafeText.h"
 #include "TemporaryFolder.h"
 
@@ -24,6 +26,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace host {
@@ -205,10 +208,22 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
     std::printf("%s\n", document.dump(2, ' ', false, OrderedJson::error_handler_t::replace).c_str());
 }
 
+// run --key: the key file as an absolute path, so that the plug-in finds
+// it whatever folder it works in.
+std::string KeyOptionPath(const std::string& key) {
+    struct stat status;
+    if (stat(key.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        throw NotCheckedError("the key file '" + key + "' does not exist or is not a file");
+    }
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(key, error);
+    return error ? key : absolute.lexically_normal().string();
+}
+
 } // namespace
 
 int RunCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, WithCommonOptions({}));
+    CommandLine line(arguments, WithCommonOptions({{"--key", true}, {"--strict", false}}));
     if (PrintedHelpOrVersion(line, kRunHelp)) {
         return kExitSuccess;
     }
@@ -225,9 +240,18 @@ int RunCommand(const std::vector<std::string>& arguments) {
     Manifest manifest = Manifest::Load(manifestPath);
     Plugin plugin(ChosenPluginPath(line));
     ValidateFunction validate = plugin.Entry<ValidateFunction>("signing_validate_package_list");
+    VerifyFunction verify = plugin.Entry<VerifyFunction>("rpm_verify");
 
     HostSession session;
     manifest.Apply(session);
+    if (line.Has("--key")) {
+        session.SetValue("signature", KeyOptionPath(line.Value("--key")));
+    }
+    const std::vector<ComponentNotice> notices = ComponentCheck::Inspect(session);
+    for (const ComponentNotice& notice : notices) {
+        std::fprintf(stderr, "signing-host run: warning: %s: %s\n", SafeText::Escape(notice.label).c_str(),
+                     SafeText::Escape(notice.problem).c_str());
+    }
     TemporaryFolder temporary;
     if (!session.HasValue("TEMP_FOLDER")) {
         session.SetValue("TEMP_FOLDER", temporary.Create());
@@ -255,14 +279,16 @@ int RunCommand(const std::vector<std::string>& arguments) {
         live.Finish();
     }
 
+    const bool strict = line.Has("--strict");
+    const RunVerdict verdict = RunJudge::Judge(result, session, report, notices, strict, verify);
     if (line.Has("--json")) {
         PrintJson(manifestPath, plugin.Path(), session, report, result);
     } else {
         PrintSummary(manifestPath, session, report, result);
+        RunJudge::Print(verdict, strict);
     }
     std::fflush(stdout);
-    // The exit code is the entry point's answer (0 or 1).
-    return result >= 0 && result <= 255 ? result : kExitFailure;
+    return verdict.exitCode;
 }
 
 } // namespace host
