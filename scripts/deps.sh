@@ -14,6 +14,7 @@ packages=(
     time python3-matplotlib
     strace
     parallel tmux
+    fiu-utils
 )
 
 missing=()
