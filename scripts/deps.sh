@@ -15,6 +15,7 @@ packages=(
     time python3-matplotlib
     strace
     parallel tmux
+    fiu-utils
 )
 
 missing=()

@@ -48,7 +48,8 @@ Run 'signing-host COMMAND --help' for details.
 )";
 
 const char kRunHelp[] =
-    R"(Usage: signing-host run [--key KEY] [--strict] [--plugin PATH] [--log FILE] [--json] MANIFEST
+    R"(Usage: signing-host run [--key KEY] [--strict] [--plugin PATH] [--log FILE]
+                        [--json | --json-lines] [--quiet] MANIFEST
 
 Builds the installer's session from MANIFEST, calls the plug-in's
 signing_validate_package_list, and streams the plug-in's log to standard
@@ -102,6 +103,9 @@ Options:
                   prerequisite outcome as JSON instead of the summary
   --quiet         keep the plug-in's log lines off standard error (--log
                   FILE still gets them)
+  --json-lines    one JSON object per component as soon as the plug-in
+                  has moved past it, then a summary object
+                  (docs/json-schema.md, schema 1)
 
 Exit code: 0 every verified package is signed; 1 a package failed its
 signature or hash check; 3 nothing failed but something could not be

@@ -13,6 +13,7 @@
 #include "Plugin.h"
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
+#include "RunJsonLines.h"
 #include "RunReport.h"
 #include "RunVerdict.h"
 #include "SafeText.h"
@@ -38,17 +39,20 @@ using OrderedJson = nlohmann::ordered_json;
 // The listeners of one run; removed before the session and the report go.
 class SessionListening {
 public:
-    SessionListening(HostSession& session, RunReport& report, LiveOutput& live) : _Session(session) {
-        _Session.SetWriteListener([&report, &live](const std::string& key, const std::string& value) {
-            report.OnSessionWrite(key, value);
-            if (key == "operation_progress") {
-                // The first write starts the run; each later one starts the
-                // next component, so the ones before it are done.
-                size_t written = report.ProgressValues().size();
-                live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
-                              report.Components().size());
-            }
-        });
+    SessionListening(HostSession& session, RunReport& report, LiveOutput& live, RunJsonLines& stream)
+        : _Session(session) {
+        _Session.SetWriteListener(
+            [&report, &live, &stream](const std::string& key, const std::string& value) {
+                report.OnSessionWrite(key, value);
+                if (key == "operation_progress") {
+                    // The first write starts the run; each later one starts the
+                    // next component, so the ones before it are done.
+                    size_t written = report.ProgressValues().size();
+                    live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
+                                  report.Components().size());
+                    stream.WriteDone(report);
+                }
+            });
     }
     ~SessionListening() { _Session.SetWriteListener(nullptr); }
     SessionListening(const SessionListening&) = delete;
@@ -164,30 +168,7 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
     document["result"] = result;
     document["components"] = OrderedJson::array();
     for (const ComponentOutcome& outcome : report.Components()) {
-        OrderedJson item;
-        item["product"] = outcome.product;
-        item["name"] = outcome.name;
-        item["type"] = outcome.type;
-        item["path"] = outcome.path;
-        item["path_is_utf8"] = SafeText::IsUtf8(outcome.path);
-        item["path_bytes"] = SafeText::Base64(outcome.path);
-        // Every component has every field: a component that rpm_verify did
-        // not answer for has status -1 and empty texts.
-        const bool verified = outcome.kind == ComponentOutcome::Kind::Verified;
-        switch (outcome.kind) {
-        case ComponentOutcome::Kind::Verified:
-            item["outcome"] = outcome.status == 0 ? "passed" : "failed";
-            break;
-        case ComponentOutcome::Kind::NotAvailable:
-            item["outcome"] = "not available";
-            break;
-        case ComponentOutcome::Kind::NotChecked:
-            item["outcome"] = "not checked";
-            break;
-        }
-        item["status"] = verified ? outcome.status : -1;
-        item["statusName"] = verified ? RpmStatusName(outcome.status) : "";
-        item["message"] = verified ? outcome.message : "";
+        OrderedJson item = RunJsonLines::ComponentRecord(outcome);
         document["components"].push_back(item);
     }
     document["prerequisites"] = OrderedJson::array();
@@ -223,7 +204,8 @@ std::string KeyOptionPath(const std::string& key) {
 } // namespace
 
 int RunCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, WithCommonOptions({{"--key", true}, {"--strict", false}}));
+    CommandLine line(arguments,
+                     WithCommonOptions({{"--key", true}, {"--strict", false}, {"--json-lines", false}}));
     if (PrintedHelpOrVersion(line, kRunHelp)) {
         return kExitSuccess;
     }
@@ -257,8 +239,12 @@ int RunCommand(const std::vector<std::string>& arguments) {
         session.SetValue("TEMP_FOLDER", temporary.Create());
     }
 
+    if (line.Has("--json") && line.Has("--json-lines")) {
+        throw UsageError("--json and --json-lines cannot be given together");
+    }
     RunReport report(session);
     LiveOutput live(stderr, LiveOutput::IsTerminal(stderr));
+    RunJsonLines stream(stdout, line.Has("--json-lines"));
     int result;
     {
         const bool quiet = line.Has("--quiet");
@@ -268,7 +254,7 @@ int RunCommand(const std::vector<std::string>& arguments) {
                 live.LogLine(text);
             }
         });
-        SessionListening listening(session, report, live);
+        SessionListening listening(session, report, live, stream);
         try {
             result = validate(&session);
         } catch (const std::exception& error) {
@@ -281,7 +267,9 @@ int RunCommand(const std::vector<std::string>& arguments) {
 
     const bool strict = line.Has("--strict");
     const RunVerdict verdict = RunJudge::Judge(result, session, report, notices, strict, verify);
-    if (line.Has("--json")) {
+    if (line.Has("--json-lines")) {
+        stream.Finish(report, manifestPath, plugin.Path(), result, verdict.exitCode);
+    } else if (line.Has("--json")) {
         PrintJson(manifestPath, plugin.Path(), session, report, result);
     } else {
         PrintSummary(manifestPath, session, report, result);

@@ -4,6 +4,7 @@
 #include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
+#include "OpenSsl.h"
 #include "RpmSignerCreator.h"
 #include "Signer.h"
 
@@ -108,6 +109,7 @@ struct PackageFile {
 RPM_RESULT VerifyPackage(const std::string& packagePath, const std::string& keyPath) {
     PackageFile package;
     try {
+        crypto::RequireOpenSsl();
         CertificateManager* store = CertificateManager::Acquire();
         store->SetPgpPublicKeyFilePath(keyPath);
         package.file = new FileHelper(packagePath);

@@ -44,11 +44,11 @@ TEST_F(HostProgramTest, HelpAndVersion) {
     EXPECT_EQ(help.exitCode, 0);
     EXPECT_EQ(help.out.rfind("Usage: signing-host COMMAND [OPTIONS] ARGUMENTS...\n", 0), 0u) << help.out;
     EXPECT_EQ(runHelp.exitCode, 0);
-    EXPECT_EQ(runHelp.out.rfind(
-                  "Usage: signing-host run [--key KEY] [--strict] [--plugin PATH] [--log FILE] [--json] "
-                  "MANIFEST\n",
-                  0),
-              0u);
+    EXPECT_EQ(
+        runHelp.out.rfind("Usage: signing-host run [--key KEY] [--strict] [--plugin PATH] [--log FILE]\n"
+                          "                        [--json | --json-lines] [--quiet] MANIFEST\n",
+                          0),
+        0u);
     EXPECT_TRUE(Contains(runHelp.out, "\"packageFolder\""));
     EXPECT_EQ(verifyHelp.exitCode, 0);
     EXPECT_EQ(verifyHelp.out.rfind("Usage: signing-host verify --key KEY", 0), 0u);
