@@ -28,7 +28,7 @@ FORMAT_FILES    = $(filter-out include/signing/session.h, \
                     $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null || \
                             find sources host tests fuzz bench \( -name '*.cpp' -o -name '*.h' \)))
 
-.PHONY: all deps build dev test test-asan test-dev demo bench fuzz format format-check clean \
+.PHONY: all deps build dev test test-asan test-dev demo bench fuzz fault-injection format format-check clean \
 	install package install-test
 
 all: build
@@ -100,6 +100,9 @@ bench: build
 
 fuzz: deps
 	FUZZ_SECONDS=$(FUZZ_SECONDS) bash fuzz/run.sh
+
+fault-injection: build
+	bash scripts/fault-injection.sh $(BUILD_DIR)
 
 format:
 	clang-format -i $(FORMAT_FILES)
