@@ -4,6 +4,7 @@
 #include "CertificateManager.h"
 #include "ContractTexts.h"
 #include "Digest.h"
+#include "DigestSlot.h"
 #include "Exceptions.h"
 #include "PgpCertificate.h"
 #include "RsaCsp.h"
@@ -127,7 +128,7 @@ unsigned int PgpSignature::GetSize() const {
 }
 
 DigestBase* PgpSignature::UpdateHash() const {
-    DigestBase* signedData = GetDigest(0);
+    DigestBase* signedData = GetDigest(kSlotSignedData);
     if (signedData == nullptr) {
         throw NotDefinedException("The PGP signature has no digest of the signed data");
     }
@@ -225,7 +226,7 @@ ProcessingResult PgpSignature::Sign(soapWrap::Binary* packet, const soapWrap::Bi
         packet->data = new unsigned char[size]();
         packet->size = size;
     }
-    DigestBase* signedData = GetDigest(0);
+    DigestBase* signedData = GetDigest(kSlotSignedData);
     if (signedData == nullptr) {
         throw NotDefinedException("The PGP signature has no digest of the signed data");
     }

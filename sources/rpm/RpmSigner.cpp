@@ -3,6 +3,7 @@
 #include "ByteReader.h"
 #include "ContractTexts.h"
 #include "Digest.h"
+#include "DigestSlot.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
 #include "RpmSignature.h"
@@ -195,11 +196,11 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
         // The spare SHA-1 of the header equals the first; it is copied, not hashed again.
         std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
         // The container owns them from here on.
-        signature->SetDigest(0, headerSha1.get());
+        signature->SetDigest(kSlotHeaderSha1, headerSha1.get());
         headerSha1.release();
-        signature->SetDigest(1, headerDigest.get());
+        signature->SetDigest(kSlotHeaderSignature, headerDigest.get());
         headerDigest.release();
-        signature->SetDigest(2, headerSpare.get());
+        signature->SetDigest(kSlotHeaderSpareSha1, headerSpare.get());
         headerSpare.release();
     }
 
@@ -229,11 +230,11 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     } while (static_cast<unsigned long>(count) == chunkSize);
     chunk.reset();
 
-    signature->SetDigest(3, packageMd5.get());
+    signature->SetDigest(kSlotPackageMd5, packageMd5.get());
     packageMd5.release();
-    signature->SetDigest(4, packageDigest.get());
+    signature->SetDigest(kSlotPackageSignature, packageDigest.get());
     packageDigest.release();
-    signature->SetDigest(5, packageSpare.get());
+    signature->SetDigest(kSlotPackageSpareSha1, packageSpare.get());
     packageSpare.release();
     return signature;
 }
