@@ -5,6 +5,7 @@
 #include "Exceptions.h"
 #include "FileHelper.h"
 #include "RpmSignerCreator.h"
+#include "Signature.h"
 #include "Signer.h"
 
 #include <cstdlib>
@@ -39,16 +40,6 @@ struct SignerReclaimer {
         signer->_File = nullptr;
         delete signer;
     }
-};
-
-// The verdicts of RpmSigner::Process.
-enum Verdict : unsigned int {
-    kVerdictNotSigned = 0,
-    kVerdictSigned = 1,
-    kVerdictInvalidSignature = 2,
-    kVerdictInvalidHash = 3,
-    kVerdictInvalidStructure = 4,
-    kVerdictError = 5,
 };
 
 } // namespace
@@ -94,7 +85,7 @@ extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
     signer->_File = package.get();
 
     std::string message;
-    int verdict = kVerdictError;
+    int verdict = ProcessingError;
     try {
         verdict = signer->Process(true, false, false, message);
     } catch (const std::exception& error) {
@@ -109,18 +100,18 @@ extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
     // Process answers 0 for an unsigned package and 1 for a signed one; the
     // statuses have them the other way round. The message Process wrote is
     // not passed on.
-    switch (static_cast<unsigned int>(verdict)) {
-    case kVerdictNotSigned:
+    switch (static_cast<uint32_t>(verdict)) {
+    case Unsigned:
         return response(RPM_NOT_SIGNED, packagePath + contract::kVerifyNotSigned);
-    case kVerdictSigned:
+    case Valid:
         return response(RPM_SIGNED, packagePath + contract::kVerifySigned);
-    case kVerdictInvalidSignature:
+    case InvalidSignature:
         return response(RPM_INVALID_SIGNATURE, packagePath + contract::kVerifyInvalidSignature);
-    case kVerdictInvalidHash:
+    case InvalidHash:
         return response(RPM_INVALID_HASH, packagePath + contract::kVerifyInvalidHash);
-    case kVerdictInvalidStructure:
+    case InvalidStructure:
         return response(RPM_INVALID_STRUCTURE, packagePath + contract::kVerifyInvalidStructure);
-    case kVerdictError:
+    case ProcessingError:
         return response(RPM_ERROR, contract::kVerifyInternalError + packagePath);
     default:
         return response(RPM_ERROR, contract::kVerifyUnknownError);

@@ -32,9 +32,6 @@ constexpr uint64_t kMainHeaderAlignment = 8;
 // The first signature-header entry must be the header-signatures region (tag 62).
 constexpr unsigned char kFirstSignatureTag[4] = {0x00, 0x00, 0x00, 0x3E};
 
-// The verdict when an exception ended processing.
-constexpr int kProcessingError = 5;
-
 // Reads up to length bytes at position, retrying short reads until the end
 // of the file; answers the count read.
 uint64_t ReadAt(const FileHelper& file, unsigned long position, unsigned char* buffer, uint64_t length) {
@@ -85,7 +82,7 @@ int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
         return signature->Verify(message);
     } catch (const std::exception& error) {
         message = error.what();
-        return kProcessingError;
+        return ProcessingError;
     }
 }
 
