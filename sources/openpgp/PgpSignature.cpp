@@ -70,8 +70,7 @@ private:
 
 PgpSignature::PgpSignature(PgpSignatureData* signatureData) : _SignatureData(signatureData) {
     if (signatureData == nullptr) {
-        throw ArgumentException(
-            "Function PgpSignature::PgpSignature does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("PgpSignature::PgpSignature"));
     }
 }
 
@@ -219,7 +218,7 @@ ProcessingResult PgpSignature::Verify(std::string& message) const {
 ProcessingResult PgpSignature::Sign(soapWrap::Binary* packet, const soapWrap::Binary* signatureValue,
                                     std::string& /*message*/) {
     if (packet == nullptr || signatureValue == nullptr) {
-        throw ArgumentException("Function PgpSignature::Sign does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("PgpSignature::Sign"));
     }
     if (packet->data == nullptr) {
         const unsigned int size = GetSize();

@@ -232,9 +232,7 @@ unsigned int RpmSignature::GetEntryStorageSize(RpmDataType type, unsigned char* 
         return 8;
     case RPM_STRING_TYPE:
         if (data == nullptr) {
-            throw ArgumentException(
-                "Function RpmSignature::GetEntryStorageSize does not allow NULL value as an "
-                "argument");
+            throw ArgumentException(exception_text::NullArgument("RpmSignature::GetEntryStorageSize"));
         }
         return static_cast<unsigned int>(std::strlen(reinterpret_cast<const char*>(data))) + 1;
     case RPM_BIN_TYPE:

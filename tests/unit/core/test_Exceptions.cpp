@@ -5,7 +5,8 @@
 #include <type_traits>
 
 TEST(Exceptions, TitledClassesPutTitleColonBlankAndDetail) {
-    EXPECT_STREQ(DataFormatException("Unsupported packet tag").what(), "Invalid format of data: Unsupported packet tag");
+    EXPECT_STREQ(DataFormatException("Unsupported packet tag").what(),
+                 "Invalid format of data: Unsupported packet tag");
     EXPECT_STREQ(NotImplementedException("x").what(), "Not implemented: x");
     EXPECT_STREQ(ArgumentException("x").what(), "Invalid argument: x");
     EXPECT_STREQ(DigestException("x").what(), "Digest calculation error: x");
@@ -15,8 +16,10 @@ TEST(Exceptions, TitledClassesPutTitleColonBlankAndDetail) {
 
 TEST(Exceptions, FileExceptionsPutTheFileOperationTitleFirst) {
     EXPECT_STREQ(FileNotFoundException("D").what(), "File operation error: File not found: D");
-    EXPECT_STREQ(InvalidFileStructureException("D").what(), "File operation error: Invalid structure of the file: D");
-    EXPECT_STREQ(NotSupportedFileFormatException("D").what(), "File operation error: File format is not supported: D");
+    EXPECT_STREQ(InvalidFileStructureException("D").what(),
+                 "File operation error: Invalid structure of the file: D");
+    EXPECT_STREQ(NotSupportedFileFormatException("D").what(),
+                 "File operation error: File format is not supported: D");
 }
 
 TEST(Exceptions, UntitledClassesCarryTheDetailAlone) {
@@ -31,6 +34,14 @@ TEST(Exceptions, EmptyDetailKeepsTheSeparatorOnlyForTitledClasses) {
     EXPECT_STREQ(FileNotFoundException("").what(), "File operation error: File not found: ");
     EXPECT_STREQ(NotSupportedException("").what(), "");
     EXPECT_STREQ(Base64OperationException("").what(), "");
+}
+
+TEST(Exceptions, NullArgumentNamesTheFunction) {
+    EXPECT_EQ(exception_text::NullArgument("RpmSignerCreator::IsMe"),
+              "Function RpmSignerCreator::IsMe does not allow NULL value as an argument");
+    EXPECT_EQ(exception_text::NullArgument(""), "Function  does not allow NULL value as an argument");
+    EXPECT_STREQ(ArgumentException(exception_text::NullArgument("der_to_pem")).what(),
+                 "Invalid argument: Function der_to_pem does not allow NULL value as an argument");
 }
 
 TEST(Exceptions, HierarchyAndCopies) {
