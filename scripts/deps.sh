@@ -12,6 +12,7 @@ packages=(
     nlohmann-json3-dev
     rpm gnupg wget curl python3 attr
     time python3-matplotlib
+    parallel tmux
 )
 
 missing=()

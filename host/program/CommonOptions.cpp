@@ -11,6 +11,7 @@ std::vector<OptionSpec> WithCommonOptions(std::vector<OptionSpec> own) {
     own.insert(own.end(), {{"--plugin", true},
                            {"--log", true},
                            {"--json", false},
+                           {"--quiet", false},
                            {"--help", false},
                            {"-h", false},
                            {"--version", false}});

@@ -12,7 +12,8 @@
 namespace host {
 
 // The command's own options followed by those of every command:
-// --plugin PATH, --log FILE, --json, --help (-h) and --version.
+// --plugin PATH, --log FILE, --json, --quiet, --help (-h) and
+// --version.
 std::vector<OptionSpec> WithCommonOptions(std::vector<OptionSpec> own);
 
 // Prints the command's help text for --help or -h, otherwise the program's

@@ -25,6 +25,7 @@ Options of both commands:
                   program, or in the folder above it)
   --log FILE      also append the plug-in's log lines to FILE
   --json          print the results as JSON on standard output
+  --quiet         keep the plug-in's log lines off standard error
   --help          show the command's help
   --version       show the version
 
@@ -77,6 +78,8 @@ Options:
   --log FILE      also append the plug-in's log lines to FILE
   --json          print the session values, the component results and the
                   prerequisite outcome as JSON instead of the summary
+  --quiet         keep the plug-in's log lines off standard error (--log
+                  FILE still gets them)
 
 Exit code: the entry point's return value (0 every verified package is
 signed; 1 a package failed, or no valid public key was obtained); 2 when the
@@ -84,24 +87,39 @@ manifest or the plug-in cannot be used, nothing being run.
 )";
 
 const char kVerifyHelp[] =
-    R"(Usage: signing-host verify --key KEY [--plugin PATH] [--log FILE] [--json] PACKAGE...
+    R"(Usage: signing-host verify --key KEY [OPTIONS] [PACKAGE...]
 
 Calls the plug-in's rpm_verify for each PACKAGE with the armored OpenPGP
-public key file KEY, and prints one line per package:
+public key file KEY, and prints one line per package, in input order:
   PATH: STATUS_NAME (STATUS) MESSAGE
 STATUS_NAME is one of RPM_SIGNED (0), RPM_NOT_SIGNED (1),
 RPM_INVALID_SIGNATURE (2), RPM_INVALID_HASH (3), RPM_INVALID_STRUCTURE (4),
-RPM_ERROR (5).
+RPM_ERROR (5). Control characters and bytes that are not UTF-8 in PATH and
+MESSAGE are escaped as \n, \t, \xHH (and \\ for a backslash).
 
 Options:
-  --key KEY       the public key file (required)
-  --plugin PATH   the plug-in to load (default: signing.so beside this program)
-  --log FILE      also append the plug-in's log lines to FILE
-  --json          print the results as JSON instead
+  --key KEY           the public key file (required)
+  --files-from FILE   also check the packages listed in FILE ("-": standard
+                      input), one per line (NUL-separated with -0)
+  --recursive DIR     also check every *.rpm under DIR, sorted by path
+  --jobs N            worker processes (default: the number of processors);
+                      the output is the same for every N
+  -0                  NUL-separated input list and output records; the
+                      path is then written exactly as it is
+  --json-lines        one JSON object per package as soon as it is done,
+                      then a summary object (docs/json-schema.md, schema 1)
+  --json              the same objects as one JSON document at the end
+  --quiet             keep the plug-in's log lines off standard error
+  --plugin PATH       the plug-in to load (default: signing.so beside this program)
+  --log FILE          also append the plug-in's log lines to FILE
+
+Packages named as arguments come first, then those of --files-from, then
+those of --recursive. On a terminal, standard error shows a progress bar
+that fits its width: done/total, elapsed time and time left.
 
 Exit code: 0 when every package is RPM_SIGNED, 1 otherwise, 2 for usage
-errors (no key, no package, a key file that does not exist, a plug-in that
-does not load).
+errors (no key, no package, a key file that does not exist, a package list
+that cannot be read, a plug-in that does not load).
 )";
 
 std::string VersionText() {

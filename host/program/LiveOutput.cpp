@@ -1,14 +1,31 @@
 #include "LiveOutput.h"
 
+#include "SafeText.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace host {
 namespace {
 
-constexpr int kBarWidth = 30;
-constexpr size_t kMaxLabelLength = 40;
+constexpr size_t kFallbackWidth = 80;
+constexpr size_t kMaxBarWidth = 30;
+constexpr size_t kMinBarWidth = 5;
+constexpr size_t kMinLabelWidth = 16;
+
+std::string Clock(double seconds) {
+    long total = seconds < 0 ? 0 : static_cast<long>(seconds + 0.5);
+    char text[32];
+    if (total >= 3600) {
+        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", total / 3600, total / 60 % 60, total % 60);
+    } else {
+        std::snprintf(text, sizeof text, "%ld:%02ld", total / 60, total % 60);
+    }
+    return text;
+}
 
 } // namespace
 
@@ -26,7 +43,7 @@ void LiveOutput::LogLine(const std::string& line) {
     std::fflush(_Stream);
 }
 
-void LiveOutput::Progress(const std::string& value, const std::string& label) {
+void LiveOutput::Progress(const std::string& value, const std::string& label, size_t done, size_t total) {
     char* end = nullptr;
     errno = 0;
     long percent = std::strtol(value.c_str(), &end, 10);
@@ -38,9 +55,37 @@ void LiveOutput::Progress(const std::string& value, const std::string& label) {
         return;
     }
     _Percent = numeric ? (percent < 0 ? 0 : (percent > 100 ? 100 : percent)) : _Percent;
-    _Label = label.size() > kMaxLabelLength ? label.substr(0, kMaxLabelLength - 3) + "..." : label;
-    _BarShown = true;
+    _Done = done;
+    _Total = total;
+    _Label = SafeText::Escape(label);
     ClearBar();
+    _BarShown = true;
+    DrawBar();
+    std::fflush(_Stream);
+}
+
+void LiveOutput::Count(size_t done, size_t total, const std::string& label) {
+    if (!_Terminal) {
+        return;
+    }
+    _Done = done;
+    _Total = total;
+    _Percent = total == 0 ? 0 : static_cast<long>(done * 100 / total);
+    _Label = SafeText::Escape(label);
+    ClearBar();
+    _BarShown = true;
+    DrawBar();
+    std::fflush(_Stream);
+}
+
+void LiveOutput::Above(const std::function<void()>& print) {
+    ClearBar();
+    std::fflush(_Stream);
+    // No bar while print runs: log lines it writes must not draw one.
+    bool shown = _BarShown;
+    _BarShown = false;
+    print();
+    _BarShown = shown;
     DrawBar();
     std::fflush(_Stream);
 }
@@ -59,14 +104,78 @@ void LiveOutput::ClearBar() {
     }
 }
 
+size_t LiveOutput::Width() const {
+    winsize size{};
+    if (ioctl(fileno(_Stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+        return size.ws_col;
+    }
+    return kFallbackWidth;
+}
+
+std::string LiveOutput::BarText(size_t width, long percent, size_t done, size_t total, double elapsedSeconds,
+                                const std::string& label) {
+    const size_t room = width > 1 ? width - 1 : 0;
+    std::string counter =
+        total > 0 ? std::to_string(done) + "/" + std::to_string(total) : std::to_string(percent) + "%";
+    // The remaining time, from the pace so far.
+    std::string eta = "--:--";
+    double fraction = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : percent / 100.0;
+    if (fraction > 0) {
+        eta = Clock(elapsedSeconds * (1 - fraction) / fraction);
+    }
+    std::string times = Clock(elapsedSeconds) + " ETA " + eta;
+    std::string text = counter + " " + times;
+    // "[" bar "] " text, then "  " label when there is room for it.
+    size_t fixed = SafeText::Columns(text);
+    size_t barWidth = 0;
+    if (room >= fixed + 3 + kMinBarWidth) {
+        size_t spare = room - fixed - 3;
+        size_t labelWish = label.empty() ? 0 : std::min(SafeText::Columns(label), kMinLabelWidth) + 2;
+        barWidth = std::min(kMaxBarWidth, spare);
+        if (spare - barWidth < labelWish) {
+            // A narrow terminal: the bar shrinks first, so that some of the
+            // label stays.
+            barWidth = std::max(kMinBarWidth, spare > labelWish ? spare - labelWish : 0);
+        }
+        barWidth = std::min(barWidth, spare);
+    }
+    std::string line;
+    if (barWidth > 0) {
+        size_t filled = static_cast<size_t>(fraction * static_cast<double>(barWidth));
+        filled = std::min(filled, barWidth);
+        line = "[" + std::string(filled, '#') + std::string(barWidth - filled, '-') + "] ";
+    }
+    line += text;
+    size_t used = SafeText::Columns(line);
+    if (!label.empty() && used + 2 + 4 <= room) {
+        size_t labelRoom = room - used - 2;
+        std::string shown = label;
+        if (SafeText::Columns(label) > labelRoom) {
+            // Keep the end of the label: a path's file name is at its end.
+            size_t skip = SafeText::Columns(label) - (labelRoom - 3);
+            std::string tail = label;
+            while (skip > 0 && !tail.empty()) {
+                size_t step = 1;
+                while (step < tail.size() && (static_cast<unsigned char>(tail[step]) & 0xC0) == 0x80) {
+                    ++step;
+                }
+                tail.erase(0, step);
+                --skip;
+            }
+            shown = "..." + tail;
+        }
+        line += "  " + shown;
+    }
+    return SafeText::FitColumns(line, room);
+}
+
 void LiveOutput::DrawBar() {
     if (!_Terminal || !_BarShown) {
         return;
     }
-    int filled = static_cast<int>(_Percent * kBarWidth / 100);
-    std::string bar(static_cast<size_t>(filled), '#');
-    bar.append(static_cast<size_t>(kBarWidth - filled), '-');
-    std::fprintf(_Stream, "[%s] %3ld%%  %s", bar.c_str(), _Percent, _Label.c_str());
+    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - _Start).count();
+    std::string bar = BarText(Width(), _Percent, _Done, _Total, elapsed, _Label);
+    std::fputs(bar.c_str(), _Stream);
 }
 
 } // namespace host

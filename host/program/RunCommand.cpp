@@ -69,7 +69,11 @@ public:
         _Session.SetWriteListener([&report, &live](const std::string& key, const std::string& value) {
             report.OnSessionWrite(key, value);
             if (key == "operation_progress") {
-                live.Progress(value, report.CurrentLabel());
+                // The first write starts the run; each later one starts the
+                // next component, so the ones before it are done.
+                size_t written = report.ProgressValues().size();
+                live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
+                              report.Components().size());
             }
         });
     }
@@ -256,9 +260,12 @@ int RunCommand(const std::vector<std::string>& arguments) {
     LiveOutput live(stderr, LiveOutput::IsTerminal(stderr));
     int result;
     {
-        LogRouting log(line.Value("--log"), [&report, &live](const std::string& text) {
+        const bool quiet = line.Has("--quiet");
+        LogRouting log(line.Value("--log"), [&report, &live, quiet](const std::string& text) {
             report.OnLogLine(text);
-            live.LogLine(text);
+            if (!quiet) {
+                live.LogLine(text);
+            }
         });
         SessionListening listening(session, report, live);
         try {

@@ -1,17 +1,22 @@
-// signing-host verify: rpm_verify on each package, one line per package.
+// signing-host verify: rpm_verify on each package, one record per package,
+// spread over worker processes when there are several packages.
 #include "Commands.h"
 
 #include "CommandLine.h"
 #include "CommonOptions.h"
+#include "HostLog.h"
 #include "LiveOutput.h"
 #include "LogRouting.h"
+#include "PackageList.h"
+#include "PackageVerdict.h"
 #include "Plugin.h"
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
+#include "VerifyOutput.h"
+#include "WorkerPool.h"
 #include "rpmutil.h"
 
-#include <nlohmann/json.hpp>
-
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <sys/stat.h>
@@ -21,38 +26,83 @@ namespace {
 
 using VerifyFunction = RPM_RESULT (*)(const char*, const char*);
 
-struct PackageResult {
-    std::string path;
-    int status;
-    std::string statusName;
-    std::string message;
-};
+constexpr unsigned long kMaxJobs = 1024;
 
 // One rpm_verify call; the message is copied and freed at once.
-PackageResult VerifyOne(VerifyFunction verify, const std::string& package, const std::string& key) {
+PackageVerdict VerifyOne(VerifyFunction verify, const std::string& package, const std::string& key) {
+    PackageVerdict verdict;
+    verdict.path = package;
     try {
         RPM_RESULT result = verify(package.c_str(), key.c_str());
-        PackageResult outcome{package, static_cast<int>(result.status), RpmStatusName(result.status),
-                              result.message != nullptr ? result.message : ""};
+        verdict.status = static_cast<int>(result.status);
+        verdict.statusName = RpmStatusName(result.status);
+        verdict.message = result.message != nullptr ? result.message : "";
         std::free(result.message);
-        return outcome;
     } catch (const std::exception& error) {
         // rpm_verify lets a read failure of the package through.
-        return PackageResult{package, -1, "EXCEPTION", error.what()};
+        verdict.status = -1;
+        verdict.statusName = "EXCEPTION";
+        verdict.message = error.what();
     }
+    return verdict;
+}
+
+// The packages named on the command line, then those listed with
+// --files-from, then those found with --recursive.
+std::vector<std::string> PackagesOf(const CommandLine& line) {
+    std::vector<std::string> packages = line.Positionals();
+    if (line.Has("--files-from")) {
+        std::vector<std::string> listed = PackageList::Read(line.Value("--files-from"), line.Has("-0"));
+        packages.insert(packages.end(), listed.begin(), listed.end());
+    }
+    if (line.Has("--recursive")) {
+        std::vector<std::string> found = PackageList::Find(line.Value("--recursive"));
+        packages.insert(packages.end(), found.begin(), found.end());
+    }
+    return packages;
+}
+
+size_t JobsOf(const CommandLine& line) {
+    if (!line.Has("--jobs")) {
+        return WorkerPool::DefaultJobs();
+    }
+    const std::string value = line.Value("--jobs");
+    char* end = nullptr;
+    errno = 0;
+    unsigned long jobs = std::strtoul(value.c_str(), &end, 10);
+    if (value[0] < '0' || value[0] > '9' || *end != '\0' || errno != 0 || jobs == 0 || jobs > kMaxJobs) {
+        throw UsageError("--jobs needs a number of worker processes from 1 to " + std::to_string(kMaxJobs) +
+                         ", not '" + value + "'");
+    }
+    return jobs;
+}
+
+VerifyOutput::Format FormatOf(const CommandLine& line) {
+    if (line.Has("--json") && line.Has("--json-lines")) {
+        throw UsageError("--json and --json-lines cannot be given together");
+    }
+    if (line.Has("--json")) {
+        return VerifyOutput::Format::Json;
+    }
+    return line.Has("--json-lines") ? VerifyOutput::Format::JsonLines : VerifyOutput::Format::Text;
 }
 
 } // namespace
 
 int VerifyCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, WithCommonOptions({{"--key", true}}));
+    CommandLine line(arguments, WithCommonOptions({{"--key", true},
+                                                   {"--files-from", true},
+                                                   {"--recursive", true},
+                                                   {"--jobs", true},
+                                                   {"--json-lines", false},
+                                                   {"-0", false}}));
     if (PrintedHelpOrVersion(line, kVerifyHelp)) {
         return kExitSuccess;
     }
     if (!line.Has("--key")) {
         throw UsageError("the public key is missing: give an armored public key file with --key KEY");
     }
-    if (line.Positionals().empty()) {
+    if (line.Positionals().empty() && !line.Has("--files-from") && !line.Has("--recursive")) {
         throw UsageError("no package given: name at least one package file after the options");
     }
     const std::string key = line.Value("--key");
@@ -60,51 +110,69 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
     if (stat(key.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
         throw UsageError("the key file '" + key + "' does not exist or is not a file");
     }
+    const VerifyOutput::Format format = FormatOf(line);
+    const size_t jobs = JobsOf(line);
+    const std::vector<std::string> packages = PackagesOf(line);
 
     Plugin plugin(ChosenPluginPath(line));
     VerifyFunction verify = plugin.Entry<VerifyFunction>("rpm_verify");
 
-    const bool json = line.Has("--json");
-    LiveOutput live(stderr, false);
-    LogRouting log(line.Value("--log"), [&live](const std::string& text) { live.LogLine(text); });
-
-    std::vector<PackageResult> results;
-    bool allSigned = true;
-    for (const std::string& package : line.Positionals()) {
-        PackageResult result = VerifyOne(verify, package, key);
-        allSigned = allSigned && result.status == RPM_SIGNED;
-        if (!json) {
-            if (result.status >= 0) {
-                std::printf("%s: %s (%d) %s\n", result.path.c_str(), result.statusName.c_str(), result.status,
-                            result.message.c_str());
-            } else {
-                std::printf("%s: %s %s\n", result.path.c_str(), result.statusName.c_str(),
-                            result.message.c_str());
-            }
-            std::fflush(stdout);
+    const bool quiet = line.Has("--quiet");
+    LiveOutput live(stderr, LiveOutput::IsTerminal(stderr));
+    LogRouting log(line.Value("--log"), [&live, quiet](const std::string& text) {
+        if (!quiet) {
+            live.LogLine(text);
         }
-        results.push_back(std::move(result));
-    }
+    });
+    VerifyOutput output(stdout, format, line.Has("-0"), plugin.Path(), key);
 
-    if (json) {
-        nlohmann::ordered_json document;
-        document["command"] = "verify";
-        document["plugin"] = plugin.Path();
-        document["key"] = key;
-        document["allSigned"] = allSigned;
-        document["packages"] = nlohmann::ordered_json::array();
-        for (const PackageResult& result : results) {
-            nlohmann::ordered_json item;
-            item["path"] = result.path;
-            item["status"] = result.status;
-            item["statusName"] = result.statusName;
-            item["message"] = result.message;
-            document["packages"].push_back(item);
+    size_t done = 0;
+    auto counted = [&](size_t index) {
+        ++done;
+        live.Count(done, packages.size(), index + 1 < packages.size() ? packages[index + 1] : std::string());
+        // The log lines were written or handed on; the memory copy is not
+        // needed for the next package.
+        HostLog::Clear();
+    };
+    live.Count(0, packages.size(), packages.empty() ? std::string() : packages[0]);
+    if (jobs <= 1 || packages.size() <= 1) {
+        for (size_t index = 0; index < packages.size(); ++index) {
+            PackageVerdict verdict = VerifyOne(verify, packages[index], key);
+            live.Above([&] { output.Package(index, verdict); });
+            counted(index);
         }
-        std::printf("%s\n",
-                    document.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+    } else {
+        WorkerPool::Run(
+            packages.size(), jobs,
+            [] {
+                // The main process writes the log: the worker only keeps
+                // its lines to send them with each answer.
+                HostLog::SetListener(nullptr);
+                HostLog::WriteNowhere();
+                HostLog::Clear();
+            },
+            [&](size_t index) {
+                PackageVerdict verdict = VerifyOne(verify, packages[index], key);
+                verdict.logLines = HostLog::TakeLines();
+                return verdict;
+            },
+            [&](size_t index, PackageVerdict& verdict) {
+                verdict.path = packages[index];
+                live.Above([&] {
+                    for (const std::string& text : verdict.logLines) {
+                        HostLog::Write(text);
+                    }
+                    output.Package(index, verdict);
+                });
+                counted(index);
+            });
     }
-    return allSigned ? kExitSuccess : kExitFailure;
+    live.Finish();
+
+    const bool allSigned = output.Totals().signedCount == output.Totals().total;
+    const int exitCode = allSigned ? kExitSuccess : kExitFailure;
+    output.Finish(exitCode);
+    return exitCode;
 }
 
 } // namespace host

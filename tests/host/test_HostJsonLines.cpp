@@ -1,0 +1,215 @@
+// signing-host verify --json-lines and --json: one record per package,
+// written as soon as it is known, then a summary; the same fields in every
+// record; exact path bytes for names that are not UTF-8; whole lines even
+// when several programs share one pipe.
+#include "Fixtures.h"
+#include "HostRun.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdio>
+#include <poll.h>
+#include <set>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using fixtures::Package;
+using hosttest::RunHost;
+using hosttest::SplitRecords;
+using nlohmann::json;
+using testsupport::ReadFile;
+using testsupport::ShellQuote;
+using testsupport::TempDir;
+
+namespace {
+
+std::string Key() {
+    return fixtures::KeyArmored("rsa2048");
+}
+
+// The Base64 of the bytes, computed by coreutils' base64.
+std::string Base64Of(const std::string& bytes) {
+    return testsupport::Run("printf '%s' " + ShellQuote(bytes) + " | base64 -w0").output;
+}
+
+void Copy(const std::string& from, const std::string& to) {
+    testsupport::WriteFile(to, ReadFile(from));
+}
+
+json PackageRecord(size_t index, const std::string& path, int status, const std::string& statusName,
+                   const std::string& outcome, const std::string& message, bool utf8 = true,
+                   const std::string& shownPath = std::string()) {
+    return json{{"schema", 1},          {"record", "package"},
+                {"index", index},       {"path", shownPath.empty() ? path : shownPath},
+                {"path_is_utf8", utf8}, {"path_bytes", Base64Of(path)},
+                {"status", status},     {"status_name", statusName},
+                {"outcome", outcome},   {"message", message}};
+}
+
+class HostJsonLinesTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_FIXTURE(Key());
+        REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
+        REQUIRE_FIXTURE(Package("tampered-payload.rpm"));
+        Copy(Package("signed-rsa2048-sha256.rpm"), _Work.File("a-signed.rpm"));
+        Copy(Package("tampered-payload.rpm"), _Work.File("b-tampered.rpm"));
+        Copy(Package("signed-rsa2048-sha256.rpm"), _Work.File(kOddName));
+    }
+
+    const std::string kOddName = std::string("c-\xff\xfe.rpm");
+    TempDir _Work;
+};
+
+TEST_F(HostJsonLinesTest, EachPackageIsOneLineThenTheSummary) {
+    hosttest::HostOutput result =
+        RunHost(_Work.Path(), {"verify", "--json-lines", "--jobs", "2", "--key", Key(), "a-signed.rpm",
+                               "b-tampered.rpm", kOddName, "d-missing.rpm"});
+    EXPECT_EQ(result.exitCode, 1);
+    std::vector<std::string> lines = SplitRecords(result.out);
+    ASSERT_EQ(lines.size(), 5u) << result.out;
+    std::vector<json> records;
+    for (const std::string& line : lines) {
+        records.push_back(json::parse(line));
+    }
+    EXPECT_EQ(records[0],
+              PackageRecord(0, "a-signed.rpm", 0, "RPM_SIGNED", "signed", "a-signed.rpm is signed."));
+    EXPECT_EQ(records[1], PackageRecord(1, "b-tampered.rpm", 3, "RPM_INVALID_HASH", "failed",
+                                        "b-tampered.rpm has invalid hash."));
+    // The name is not UTF-8: "path" shows it with U+FFFD, "path_bytes"
+    // holds the exact bytes.
+    EXPECT_EQ(records[2], PackageRecord(2, kOddName, 0, "RPM_SIGNED", "signed",
+                                        "c-\xEF\xBF\xBD\xEF\xBF\xBD.rpm is signed.", false,
+                                        "c-\xEF\xBF\xBD\xEF\xBF\xBD.rpm"));
+    EXPECT_EQ(records[3], PackageRecord(3, "d-missing.rpm", 5, "RPM_ERROR", "unchecked",
+                                        "File operation error: File not found: Cannot get status for "
+                                        "'d-missing.rpm': No such file or directory"));
+    EXPECT_EQ(records[4], (json{{"schema", 1},
+                                {"record", "summary"},
+                                {"command", "verify"},
+                                {"plugin", testsupport::PluginPath()},
+                                {"key", Key()},
+                                {"total", 4},
+                                {"signed", 2},
+                                {"failed", 1},
+                                {"unchecked", 1},
+                                {"all_signed", false},
+                                {"exit_code", 1}}));
+}
+
+TEST_F(HostJsonLinesTest, OneDocumentHoldsTheSameRecords) {
+    const std::vector<std::string> packages{"a-signed.rpm", "b-tampered.rpm", kOddName};
+    std::vector<std::string> lines{"verify", "--json-lines", "--key", Key()};
+    std::vector<std::string> whole{"verify", "--json", "--key", Key()};
+    lines.insert(lines.end(), packages.begin(), packages.end());
+    whole.insert(whole.end(), packages.begin(), packages.end());
+    hosttest::HostOutput streamed = RunHost(_Work.Path(), lines);
+    hosttest::HostOutput document = RunHost(_Work.Path(), whole);
+    EXPECT_EQ(streamed.exitCode, 1);
+    EXPECT_EQ(document.exitCode, 1);
+    std::vector<std::string> records = SplitRecords(streamed.out);
+    ASSERT_EQ(records.size(), 4u);
+    json parsed = json::parse(document.out);
+    EXPECT_EQ(parsed["schema"], 1);
+    EXPECT_EQ(parsed["record"], "document");
+    ASSERT_EQ(parsed["packages"].size(), 3u);
+    for (size_t index = 0; index < 3; ++index) {
+        EXPECT_EQ(parsed["packages"][index], json::parse(records[index])) << index;
+    }
+    EXPECT_EQ(parsed["summary"], json::parse(records[3]));
+}
+
+TEST_F(HostJsonLinesTest, ARecordIsWrittenBeforeTheNextPackageIsDone) {
+    // The second package takes a while: a signed package followed by
+    // 256 MiB of zeros, which the payload digest reads to the end.
+    Copy(Package("signed-rsa2048-sha256.rpm"), _Work.File("slow.rpm"));
+    ASSERT_EQ(truncate(_Work.File("slow.rpm").c_str(), 256L << 20), 0);
+    std::string command = "cd " + ShellQuote(_Work.Path()) + " && " +
+                          hosttest::HostCommand({"verify", "--json-lines", "--jobs", "1", "--key", Key(),
+                                                 "a-signed.rpm", "slow.rpm"}) +
+                          " 2>/dev/null";
+    FILE* pipe = popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    const int descriptor = fileno(pipe);
+    std::string received;
+    char buffer[4096];
+    while (received.find('\n') == std::string::npos) {
+        ssize_t got = read(descriptor, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        received.append(buffer, static_cast<size_t>(got));
+    }
+    // The first record is complete while the second package is still
+    // being read: nothing more is there yet.
+    pollfd waiting{descriptor, POLLIN, 0};
+    int ready = poll(&waiting, 1, 100);
+    std::string firstLine = received.substr(0, received.find('\n'));
+    while (true) {
+        ssize_t got = read(descriptor, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        received.append(buffer, static_cast<size_t>(got));
+    }
+    int status = pclose(pipe);
+    EXPECT_EQ(ready, 0) << "the second record came together with the first";
+    EXPECT_EQ(json::parse(firstLine),
+              PackageRecord(0, "a-signed.rpm", 0, "RPM_SIGNED", "signed", "a-signed.rpm is signed."));
+    std::vector<std::string> lines = SplitRecords(received);
+    ASSERT_EQ(lines.size(), 3u) << received;
+    EXPECT_EQ(json::parse(lines[1])["status_name"], "RPM_INVALID_HASH");
+    EXPECT_EQ(json::parse(lines[2])["record"], "summary");
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+}
+
+TEST_F(HostJsonLinesTest, EveryLineParsesUnderXargsWithFourProcesses) {
+    // 40 packages, 4 programs at a time writing into one pipe.
+    std::vector<std::string> names;
+    for (int index = 0; index < 40; ++index) {
+        std::string name =
+            "pkg-" + std::to_string(index) + (index % 3 == 0 ? "-tampered.rpm" : "-signed.rpm");
+        Copy(Package(index % 3 == 0 ? "tampered-payload.rpm" : "signed-rsa2048-sha256.rpm"),
+             _Work.File(name));
+        names.push_back(name);
+    }
+    std::string list;
+    for (const std::string& name : names) {
+        list += name + '\0';
+    }
+    testsupport::WriteFile(_Work.File("list"), list);
+    std::string command = "cd " + ShellQuote(_Work.Path()) + " && xargs -0 -P4 -n3 " +
+                          hosttest::HostCommand({"verify", "--json-lines", "--jobs", "2", "--key", Key()}) +
+                          " < list 2>/dev/null";
+    for (int round = 0; round < 3; ++round) {
+        testsupport::CommandResult result = testsupport::Run(command);
+        // xargs answers 123 when a program exited with 1 to 125.
+        EXPECT_EQ(result.exitCode, 123);
+        std::set<std::string> seen;
+        size_t summaries = 0;
+        size_t packagesInSummaries = 0;
+        for (const std::string& line : SplitRecords(result.output)) {
+            json record;
+            ASSERT_NO_THROW(record = json::parse(line)) << line;
+            ASSERT_EQ(record["schema"], 1);
+            if (record["record"] == "summary") {
+                ++summaries;
+                packagesInSummaries += record["total"].get<size_t>();
+                continue;
+            }
+            const std::string path = record["path"];
+            const bool tampered = path.find("tampered") != std::string::npos;
+            EXPECT_EQ(record["status_name"], tampered ? "RPM_INVALID_HASH" : "RPM_SIGNED") << path;
+            EXPECT_TRUE(seen.insert(path).second) << path;
+        }
+        EXPECT_EQ(seen.size(), 40u);
+        EXPECT_EQ(summaries, 14u);
+        EXPECT_EQ(packagesInSummaries, 40u);
+    }
+}
+
+} // namespace

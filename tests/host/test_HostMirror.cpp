@@ -1,0 +1,215 @@
+// signing-host verify over many packages: lists read from a file or from
+// standard input, every package under a folder, several worker processes
+// with the results in input order, and GNU parallel spreading a mirror over
+// machines as the README shows (here with the local machine only).
+#include "Fixtures.h"
+#include "HostRun.h"
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <fstream>
+#include <map>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+using fixtures::Package;
+using hosttest::RunHost;
+using hosttest::SplitRecords;
+using nlohmann::json;
+using testsupport::ReadFile;
+using testsupport::ShellQuote;
+using testsupport::TempDir;
+
+namespace {
+
+std::string Key() {
+    return fixtures::KeyArmored("rsa2048");
+}
+
+// The expected line for a copy of a fixture package, by the fixture's kind.
+std::string ExpectedLine(const std::string& path) {
+    if (path.find("tampered") != std::string::npos) {
+        return path + ": RPM_INVALID_HASH (3) " + path + " has invalid hash.";
+    }
+    if (path.find("other") != std::string::npos) {
+        return path + ": RPM_INVALID_SIGNATURE (2) " + path + " has invalid signature.";
+    }
+    return path + ": RPM_SIGNED (0) " + path + " is signed.";
+}
+
+class HostMirrorTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_FIXTURE(Key());
+        REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
+        REQUIRE_FIXTURE(Package("tampered-payload.rpm"));
+        REQUIRE_FIXTURE(Package("signed-other2048-sha256.rpm"));
+    }
+
+    // A mirror of copies of the fixtures in nested folders, with files that
+    // are not packages beside them; returns the package paths in sorted
+    // order, relative to the test folder.
+    std::vector<std::string> MakeMirror(int count) {
+        std::vector<std::string> paths;
+        const char* kinds[] = {"signed-rsa2048-sha256.rpm", "tampered-payload.rpm",
+                               "signed-other2048-sha256.rpm"};
+        for (int index = 0; index < count; ++index) {
+            std::string folder = "mirror/" + std::string(index % 2 == 0 ? "os" : "updates/x86_64");
+            testsupport::Run("mkdir -p " + ShellQuote(_Work.File(folder)));
+            char number[8];
+            std::snprintf(number, sizeof number, "%03d", index);
+            const char* kind = kinds[index % 3];
+            std::string name = folder + "/p" + number + "-" +
+                               (index % 3 == 0   ? "signed"
+                                : index % 3 == 1 ? "tampered"
+                                                 : "other") +
+                               ".rpm";
+            testsupport::WriteFile(_Work.File(name), ReadFile(Package(kind)));
+            paths.push_back(name);
+        }
+        testsupport::WriteFile(_Work.File("mirror/os/README.txt"), "not a package\n");
+        testsupport::WriteFile(_Work.File("mirror/os/p.rpm.sig"), "not a package either\n");
+        std::sort(paths.begin(), paths.end());
+        return paths;
+    }
+
+    static std::string ExpectedOutput(const std::vector<std::string>& paths) {
+        std::string text;
+        for (const std::string& path : paths) {
+            text += ExpectedLine(path) + "\n";
+        }
+        return text;
+    }
+
+    TempDir _Work;
+};
+
+TEST_F(HostMirrorTest, RecursiveFindsEveryPackageInSortedOrder) {
+    std::vector<std::string> paths = MakeMirror(12);
+    hosttest::HostOutput one =
+        RunHost(_Work.Path(), {"verify", "--jobs", "1", "--key", Key(), "--recursive", "mirror"});
+    hosttest::HostOutput three =
+        RunHost(_Work.Path(), {"verify", "--jobs", "3", "--key", Key(), "--recursive", "mirror"});
+    EXPECT_EQ(one.exitCode, 1);
+    EXPECT_EQ(one.out, ExpectedOutput(paths));
+    EXPECT_EQ(three.exitCode, 1);
+    EXPECT_EQ(three.out, one.out);
+}
+
+TEST_F(HostMirrorTest, FilesFromReadsLinesOrNulSeparatedInput) {
+    std::vector<std::string> paths = MakeMirror(9);
+    // The list's order, not the sorted one, is the output's order.
+    std::vector<std::string> listed(paths.rbegin(), paths.rend());
+    std::string lines;
+    std::string nulSeparated;
+    for (const std::string& path : listed) {
+        lines += path + "\n";
+        nulSeparated += path + '\0';
+    }
+    testsupport::WriteFile(_Work.File("list.txt"), lines + "\n");
+    testsupport::WriteFile(_Work.File("list.nul"), nulSeparated);
+    hosttest::HostOutput fromFile =
+        RunHost(_Work.Path(), {"verify", "--jobs", "2", "--key", Key(), "--files-from", "list.txt"});
+    hosttest::HostOutput fromInput = RunHost(
+        _Work.Path(), {"verify", "--jobs", "2", "-0", "--json-lines", "--key", Key(), "--files-from", "-"},
+        "< list.nul");
+    EXPECT_EQ(fromFile.exitCode, 1);
+    EXPECT_EQ(fromFile.out, ExpectedOutput(listed));
+    EXPECT_EQ(fromInput.exitCode, 1);
+    std::vector<std::string> records = SplitRecords(fromInput.out);
+    ASSERT_EQ(records.size(), listed.size() + 1);
+    for (size_t index = 0; index < listed.size(); ++index) {
+        json record = json::parse(records[index]);
+        EXPECT_EQ(record["index"], index);
+        EXPECT_EQ(record["path"], listed[index]);
+        EXPECT_EQ(record["path"].get<std::string>() + ": " + record["status_name"].get<std::string>() + " (" +
+                      std::to_string(record["status"].get<int>()) + ") " +
+                      record["message"].get<std::string>(),
+                  ExpectedLine(listed[index]));
+    }
+    EXPECT_EQ(json::parse(records.back())["total"], listed.size());
+}
+
+TEST_F(HostMirrorTest, AnEmptyListIsNoPackageAndAWrongJobCountIsAUsageError) {
+    testsupport::WriteFile(_Work.File("empty.txt"), "");
+    hosttest::HostOutput empty =
+        RunHost(_Work.Path(), {"verify", "--json-lines", "--key", Key(), "--files-from", "empty.txt"});
+    EXPECT_EQ(empty.exitCode, 0);
+    EXPECT_EQ(json::parse(empty.out)["total"], 0);
+    hosttest::HostOutput zero = RunHost(_Work.Path(), {"verify", "--jobs", "0", "--key", Key(), "x.rpm"});
+    EXPECT_EQ(zero.exitCode, 2);
+    EXPECT_EQ(zero.err, "signing-host verify: --jobs needs a number of worker processes from 1 to 1024, not "
+                        "'0'\nTry 'signing-host verify --help'.\n");
+    hosttest::HostOutput missing =
+        RunHost(_Work.Path(), {"verify", "--key", Key(), "--files-from", "absent.txt"});
+    EXPECT_EQ(missing.exitCode, 2);
+    EXPECT_EQ(missing.err,
+              "signing-host verify: cannot open the package list 'absent.txt': No such file or directory\n");
+}
+
+TEST_F(HostMirrorTest, ManyWorkersGiveTheSameResultsAsOne) {
+    std::vector<std::string> paths = MakeMirror(60);
+    hosttest::HostOutput one = RunHost(
+        _Work.Path(), {"verify", "--json-lines", "--jobs", "1", "--key", Key(), "--recursive", "mirror"});
+    hosttest::HostOutput many = RunHost(
+        _Work.Path(), {"verify", "--json-lines", "--jobs", "7", "--key", Key(), "--recursive", "mirror"});
+    EXPECT_EQ(one.exitCode, 1);
+    EXPECT_EQ(many.exitCode, 1);
+    EXPECT_EQ(many.out, one.out);
+    EXPECT_EQ(SplitRecords(one.out).size(), 61u);
+}
+
+// The README's recipe for several machines, run with GNU parallel's
+// "-S :" (this machine) in place of the ssh logins.
+TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
+    std::vector<std::string> paths = MakeMirror(30);
+    std::ifstream readme(std::string(SIGNING_SOURCE_DIR) + "/README.md");
+    std::string recipe;
+    bool inside = false;
+    for (std::string line; std::getline(readme, line);) {
+        if (line == "```sh recipe=parallel") {
+            inside = true;
+        } else if (inside && line == "```") {
+            break;
+        } else if (inside) {
+            recipe += line + "\n";
+        }
+    }
+    ASSERT_FALSE(recipe.empty()) << "README.md has no ```sh recipe=parallel block";
+    std::string hostFolder = hosttest::HostPath().substr(0, hosttest::HostPath().rfind('/'));
+    std::string script = "set -e\ncd " + ShellQuote(_Work.Path()) +
+                         "\nexport PATH=" + ShellQuote(hostFolder) +
+                         ":\"$PATH\"\nMIRROR=" + ShellQuote(_Work.File("mirror")) +
+                         " KEY=" + ShellQuote(Key()) + " LOGINS=:\n" + recipe;
+    testsupport::WriteFile(_Work.File("recipe.sh"), script);
+    testsupport::CommandResult run =
+        testsupport::Run("bash " + ShellQuote(_Work.File("recipe.sh")) + " 2>&1");
+    // parallel's exit code is the number of failed jobs: some packages fail.
+    EXPECT_NE(run.exitCode, 0) << run.output;
+    std::map<std::string, std::string> byPath;
+    size_t summaries = 0;
+    size_t total = 0;
+    for (const std::string& line : SplitRecords(ReadFile(_Work.File("results.jsonl")))) {
+        json record = json::parse(line);
+        if (record["record"] == "summary") {
+            ++summaries;
+            total += record["total"].get<size_t>();
+            continue;
+        }
+        const std::string path = record["path"];
+        byPath[path] = path + ": " + record["status_name"].get<std::string>() + " (" +
+                       std::to_string(record["status"].get<int>()) + ") " +
+                       record["message"].get<std::string>();
+    }
+    EXPECT_GE(summaries, 1u);
+    EXPECT_EQ(total, paths.size());
+    ASSERT_EQ(byPath.size(), paths.size());
+    for (const std::string& path : paths) {
+        EXPECT_EQ(byPath[_Work.File(path)], ExpectedLine(_Work.File(path)));
+    }
+}
+
+} // namespace
