@@ -9,9 +9,12 @@
 #include "Certificate.h"
 #include "CertificateManager.h"
 #include "Digest.h"
+#include "FileHelper.h"
 #include "PgpCertificate.h"
 #include "PgpMessage.h"
 #include "PgpSignature.h"
+#include "RpmSignature.h"
+#include "RpmSigner.h"
 #include "RsaCsp.h"
 #include "rpmutil.h"
 
@@ -226,6 +229,22 @@ void BM_RsaVerify(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_RsaVerify)->Unit(benchmark::kMicrosecond);
+
+// The signature-header parse of a small package as a verification makes it:
+// the file opened, lead and signature header read, the container built
+// from the header's entries (with its two OpenPGP signature packets).
+void BM_ParseSignatureHeader(benchmark::State& state) {
+    const std::string package = SmallPackage();
+    for (auto _ : state) {
+        RpmSigner signer(0);
+        signer._File = new FileHelper(package);
+        unsigned long mainHeaderOffset = 0;
+        std::unique_ptr<RpmSignature> signature(signer.ParseSignature(mainHeaderOffset, false));
+        benchmark::DoNotOptimize(signature.get());
+        benchmark::DoNotOptimize(mainHeaderOffset);
+    }
+}
+BENCHMARK(BM_ParseSignatureHeader)->Unit(benchmark::kMicrosecond);
 
 // A whole verification of one small package through the exported entry.
 void BM_RpmVerifySmall(benchmark::State& state) {

@@ -15,6 +15,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <memory>
+#include <mutex>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/xattr.h>
@@ -30,6 +31,68 @@ constexpr unsigned long kBufferSize = 65536;
 // Linux moves at most this many bytes in one read or write call, so one
 // buffer of more than this can never be read or written in one piece.
 constexpr unsigned long kMaxTransfer = 0x7ffff000UL;
+
+// Positions below this are inside what every file system allows a file to
+// reach, so a positional read there fails exactly when a seek and a read would.
+constexpr unsigned long kPositionalReadLimit = 0x80000000UL;
+
+// The sizes the one-string constructor found, for the few file objects open
+// at once (a package and a key file): readers take a file's size from here
+// instead of asking the system again. An entry lives from the successful
+// constructor to the close of its object; it describes the file the object
+// has open, so it changes no result. Shared by all threads behind a lock, so
+// that an object closed on another thread still removes its entry.
+class OpenedSizes {
+public:
+    void Remember(const FileHelper* file, unsigned long size) {
+        std::lock_guard<std::mutex> guard(m_Lock);
+        Entry* slot = &m_Entries[m_Next];
+        for (Entry& entry : m_Entries) {
+            if (entry.file == nullptr || entry.file == file) {
+                slot = &entry;
+                break;
+            }
+        }
+        if (slot == &m_Entries[m_Next]) {
+            m_Next = (m_Next + 1) % kSlots;
+        }
+        *slot = Entry{file, size};
+    }
+    void Forget(const FileHelper* file) {
+        std::lock_guard<std::mutex> guard(m_Lock);
+        for (Entry& entry : m_Entries) {
+            if (entry.file == file) {
+                entry = Entry{};
+            }
+        }
+    }
+    bool Find(const FileHelper* file, unsigned long& size) {
+        std::lock_guard<std::mutex> guard(m_Lock);
+        for (const Entry& entry : m_Entries) {
+            if (entry.file == file) {
+                size = entry.size;
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    struct Entry {
+        const FileHelper* file = nullptr;
+        unsigned long size = 0;
+    };
+    static constexpr size_t kSlots = 4;
+    std::mutex m_Lock;
+    Entry m_Entries[kSlots];
+    size_t m_Next = 0;
+};
+
+// Never destroyed: file objects may close after static destruction began.
+OpenedSizes& Opened() {
+    static OpenedSizes* sizes = new OpenedSizes();
+    return *sizes;
+}
 
 } // namespace
 
@@ -56,6 +119,9 @@ FileHelper::FileHelper(const std::string& path)
     _Descriptor = open(_Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (_Descriptor == -1) {
         throw FileIoException(contract::kFileCannotOpen + _Path + contract::kErrorJoint + ErrorText(errno));
+    }
+    if (S_ISREG(status.st_mode)) {
+        Opened().Remember(this, static_cast<unsigned long>(status.st_size));
     }
 }
 
@@ -92,6 +158,7 @@ FileHelper::~FileHelper() noexcept(false) {
     if (_Descriptor == -1) {
         return;
     }
+    Opened().Forget(this);
     if (close(_Descriptor) != 0) {
         const int error = errno;
         // Throwing while another exception unwinds would end the process.
@@ -132,6 +199,30 @@ void FileHelper::SetPosition(unsigned long position) const {
 long FileHelper::Read(char* buffer, unsigned long position, unsigned long length) const {
     SetPosition(position);
     return Read(buffer, length);
+}
+
+long FileHelper::ReadAt(char* buffer, unsigned long position, unsigned long length) const {
+    if (_Descriptor == -1) {
+        throw FileIoException(contract::kFileNotOpenBegin + _Path + contract::kFileNotOpenEnd);
+    }
+    unsigned long size = 0;
+    const bool inside =
+        position < kPositionalReadLimit || (static_cast<int32_t>(static_cast<uint32_t>(position)) >= 0 &&
+                                            GetOpenedSize(size) && position <= size);
+    if (inside) {
+        const ssize_t count = ::pread(_Descriptor, buffer, length, static_cast<off_t>(position));
+        if (count >= 0) {
+            return static_cast<long>(count);
+        }
+    }
+    // Whatever a positional read cannot answer the same way (a pipe, which
+    // cannot be positioned, a failing read, a position far out) goes the
+    // way of the seek and the read, with their exceptions and results.
+    return Read(buffer, position, length);
+}
+
+bool FileHelper::GetOpenedSize(unsigned long& size) const {
+    return _Descriptor != -1 && Opened().Find(this, size);
 }
 
 char FileHelper::GetUInt8(unsigned long position) const {
@@ -228,6 +319,7 @@ void FileHelper::Close() {
     if (_Descriptor == -1) {
         return;
     }
+    Opened().Forget(this);
     if (close(_Descriptor) != 0) {
         throw FileIoException(contract::kFileCannotClose + _Path + contract::kErrorJoint + ErrorText(errno));
     }
@@ -236,6 +328,7 @@ void FileHelper::Close() {
 
 void FileHelper::Remove() {
     if (_Descriptor != -1) {
+        Opened().Forget(this);
         close(_Descriptor);
         _Descriptor = -1;
     }

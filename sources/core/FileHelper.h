@@ -34,6 +34,17 @@ public:
     long Read(char* buffer, unsigned long length) const;
     long Read(char* buffer, unsigned long position, unsigned long length) const;
     void SetPosition(unsigned long position) const;
+    // As Read(buffer, position, length), with one positional read instead
+    // of a seek and a read: the same count, failures and exceptions, but the
+    // file's current position stays where it was. For the library's own
+    // readers, which never read from the current position.
+    __attribute__((visibility("hidden"))) long ReadAt(char* buffer, unsigned long position,
+                                                      unsigned long length) const;
+    // The size the one-string constructor found when it opened this file,
+    // so that a reader need not ask the system again; false when the object
+    // has no such size (a folder, the two-string form, a closed file), and
+    // the caller then asks GetSize.
+    __attribute__((visibility("hidden"))) bool GetOpenedSize(unsigned long& size) const;
     // Integers in host byte order, as the bytes lie in the file. GetUInt8
     // gives the byte as a (signed) char.
     char GetUInt8(unsigned long position) const;

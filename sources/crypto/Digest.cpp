@@ -17,6 +17,27 @@ const soapWrap::HashAlgorithmInfo* DigestInfo(soapWrap::HashAlgorithm type) {
 constexpr soapWrap::HashAlgorithm OID_SEARCH_ORDER[] = {soapWrap::SHA1,   soapWrap::SHA256, soapWrap::SHA512,
                                                         soapWrap::SHA384, soapWrap::SHA224, soapWrap::MD5};
 
+// The algorithm implementations, fetched from OpenSSL once per process.
+// Starting a digest from the table's EVP_MD makes OpenSSL look its
+// implementation up again every time; starting it from one fetched before
+// gives the same computation without the look-up. Fetched on first use and
+// kept for the life of the process; an algorithm that cannot be fetched
+// starts from the table's EVP_MD as before.
+const EVP_MD* FetchedMd(soapWrap::HashAlgorithm type, const EVP_MD* md) {
+    static const auto* fetched = [] {
+        auto* table = new const EVP_MD*[soapWrap::DIGEST_ALGORITHM_COUNT];
+        for (unsigned int index = 0; index < soapWrap::DIGEST_ALGORITHM_COUNT; ++index) {
+            const EVP_MD* legacy = soapWrap::HASH_ALGORITHMS[index].Md();
+            table[index] =
+                legacy == nullptr ? nullptr : EVP_MD_fetch(nullptr, EVP_MD_get0_name(legacy), nullptr);
+        }
+        return table;
+    }();
+    const unsigned int index = static_cast<unsigned int>(type);
+    const EVP_MD* found = index < soapWrap::DIGEST_ALGORITHM_COUNT ? fetched[index] : nullptr;
+    return found != nullptr ? found : md;
+}
+
 } // namespace
 
 Digest::Digest(soapWrap::HashAlgorithm type) : DigestBase(type), _Md(nullptr), _Context() {
@@ -28,7 +49,7 @@ Digest::Digest(soapWrap::HashAlgorithm type) : DigestBase(type), _Md(nullptr), _
     if (!_Context) {
         throw DigestException(contract::kDigestCannotCreate + GetTypeName() + contract::kDigestContextEnd);
     }
-    if (EVP_DigestInit_ex(_Context.get(), _Md, nullptr) != 1) {
+    if (EVP_DigestInit_ex(_Context.get(), FetchedMd(type, _Md), nullptr) != 1) {
         throw DigestException(contract::kDigestCannotInitialize + GetTypeName() +
                               contract::kDigestContextEnd);
     }
@@ -83,7 +104,7 @@ unsigned char* Digest::GetValue() {
 }
 
 void Digest::Reinitialize() {
-    if (!_Context || EVP_DigestInit_ex(_Context.get(), _Md, nullptr) != 1) {
+    if (!_Context || EVP_DigestInit_ex(_Context.get(), FetchedMd(GetType(), _Md), nullptr) != 1) {
         throw DigestException(contract::kDigestCannotInitialize + GetTypeName() +
                               contract::kDigestContextEnd);
     }

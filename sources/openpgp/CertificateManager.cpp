@@ -40,13 +40,17 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
     std::vector<char> data;
     {
         std::unique_ptr<FileHelper> file(new FileHelper(path));
-        const unsigned long size = FileHelper::GetSize(path);
+        // The size the file object found when it opened the file, when it has one.
+        unsigned long size = 0;
+        if (!file->GetOpenedSize(size)) {
+            size = FileHelper::GetSize(path);
+        }
         data.resize(size);
         // One read for the whole file; further reads only if the system
         // answers with less.
         unsigned long total = 0;
         do {
-            const long count = file->Read(data.data() + total, total, size - total);
+            const long count = file->ReadAt(data.data() + total, total, size - total);
             if (count < 0) {
                 throw FileIoException("Cannot read file " + path);
             }

@@ -8,6 +8,7 @@
 #include "FileHelper.h"
 #include "RpmSignature.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -34,11 +35,11 @@ constexpr unsigned char kFirstSignatureTag[4] = {0x00, 0x00, 0x00, 0x3E};
 
 // Reads up to length bytes at position, retrying short reads until the end
 // of the file; answers the count read.
-uint64_t ReadAt(const FileHelper& file, unsigned long position, unsigned char* buffer, uint64_t length) {
+uint64_t ReadFully(const FileHelper& file, unsigned long position, unsigned char* buffer, uint64_t length) {
     uint64_t total = 0;
     while (total < length) {
         const long count =
-            file.Read(reinterpret_cast<char*>(buffer + total), position + total, length - total);
+            file.ReadAt(reinterpret_cast<char*>(buffer + total), position + total, length - total);
         if (count < 0) {
             throw FileIoException("Cannot read file " + file.GetPath());
         }
@@ -54,7 +55,29 @@ uint64_t ReadAt(const FileHelper& file, unsigned long position, unsigned char* b
 void ReadHeaderRecord(const FileHelper& file, unsigned long position,
                       unsigned char (&record)[kHeaderRecordSize]) {
     std::memset(record, 0, sizeof(record));
-    ReadAt(file, position, record, sizeof(record));
+    ReadFully(file, position, record, sizeof(record));
+}
+
+// The file's size: the one found when it was opened, else asked anew.
+unsigned long SizeOf(const FileHelper& file) {
+    unsigned long size = 0;
+    return file.GetOpenedSize(size) ? size : FileHelper::GetSize(file.GetPath());
+}
+
+// The lead, the signature header's record and, in most packages, the whole
+// signature header are taken with this one read.
+constexpr unsigned long kFirstReadSize = 4096;
+
+// The chunk buffer of the digest pass, kept by each thread that verifies, so
+// that a package costs no allocation for it.
+char* ChunkBuffer(unsigned long size) {
+    thread_local std::unique_ptr<char[]> buffer;
+    thread_local unsigned long capacity = 0;
+    if (capacity < size) {
+        buffer.reset(new char[size]);
+        capacity = size;
+    }
+    return buffer.get();
 }
 
 } // namespace
@@ -91,19 +114,22 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
         throw ArgumentException("RpmSigner has no package file to parse");
     }
     const FileHelper& file = *_File;
-    const unsigned long fileSize = FileHelper::GetSize(file.GetPath());
+    const unsigned long fileSize = SizeOf(file);
     if (fileSize <= kLeadSize) {
         throw InvalidFileStructureException(contract::kRpmFileTooSmall);
     }
 
-    unsigned char lead[kLeadSize] = {};
-    ReadAt(file, 0, lead, sizeof(lead));
+    // One read for the lead, the record and as much of the signature header
+    // as it holds; bytes past the end of the file read as zero.
+    unsigned char first[kFirstReadSize] = {};
+    const uint64_t firstCount =
+        ReadFully(file, 0, first, std::min<uint64_t>(fileSize, static_cast<uint64_t>(kFirstReadSize)));
+    const unsigned char* lead = first;
     if (LoadBigEndian16(lead + kSignatureTypeOffset) != kHeaderStyleSignature) {
         throw InvalidFileStructureException(contract::kRpmUnsupportedSignatureType);
     }
 
-    unsigned char record[kHeaderRecordSize];
-    ReadHeaderRecord(file, kSignatureHeaderOffset, record);
+    const unsigned char* record = first + kSignatureHeaderOffset;
     if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
         throw InvalidFileStructureException(contract::kRpmSignatureHeaderMagic);
     }
@@ -120,9 +146,6 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
         _File->CopyData(_OutputFile, 0, kLeadSize);
     }
 
-    // The first index word is read once on its own (and not used).
-    file.GetUInt32(kSignatureIndexOffset);
-
     // Index and data store must lie inside the file before anything is allocated for them.
     const uint64_t headerSize = kIndexEntrySize * header.indexCount + header.dataSize;
     if (fileSize < kSignatureIndexOffset || headerSize > fileSize - kSignatureIndexOffset) {
@@ -136,7 +159,9 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
     delete[] _SignatureHeader;
     _SignatureHeader = nullptr;
     _SignatureHeader = new unsigned char[headerSize]();
-    if (ReadAt(file, kSignatureIndexOffset, _SignatureHeader, headerSize) != headerSize) {
+    if (kSignatureIndexOffset + headerSize <= firstCount) {
+        std::memcpy(_SignatureHeader, first + kSignatureIndexOffset, headerSize);
+    } else if (ReadFully(file, kSignatureIndexOffset, _SignatureHeader, headerSize) != headerSize) {
         throw InvalidFileStructureException("Signature section: the file ends inside the signature header.");
     }
 
@@ -175,57 +200,79 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
 
     // The main header by itself, for the header-only digests.
     const uint64_t headerSize = kHeaderRecordSize + kIndexEntrySize * indexCount + dataSize;
-    const unsigned long fileSize = FileHelper::GetSize(file.GetPath());
+    const unsigned long fileSize = SizeOf(file);
     if (mainHeaderOffset > fileSize || headerSize > fileSize - mainHeaderOffset) {
         throw InvalidFileStructureException(
             "Header section: the main header claims " + std::to_string(indexCount) + " index entries and " +
             std::to_string(dataSize) + " bytes of data, more than the file holds.");
     }
+    const unsigned long chunkSize = file.GetBufferSize();
+    // Filled by each read before it is used, so it is not zeroed first. A
+    // main header that fits is read into it too, before the chunks are.
+    char* chunk = ChunkBuffer(chunkSize);
+    std::unique_ptr<DigestBase> packageDigest;
+    std::unique_ptr<DigestBase> packageSpare;
     {
-        std::vector<unsigned char> mainHeader(headerSize);
-        if (ReadAt(file, mainHeaderOffset, mainHeader.data(), headerSize) != headerSize) {
+        std::vector<unsigned char> largeHeader;
+        unsigned char* mainHeader = reinterpret_cast<unsigned char*>(chunk);
+        if (headerSize > chunkSize) {
+            largeHeader.resize(headerSize);
+            mainHeader = largeHeader.data();
+        }
+        if (ReadFully(file, mainHeaderOffset, mainHeader, headerSize) != headerSize) {
             throw InvalidFileStructureException("Header section: the file ends inside the main header.");
         }
         std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
         std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
-        headerSha1->Update(mainHeader.data(), mainHeader.size());
-        headerDigest->Update(mainHeader.data(), mainHeader.size());
+        headerSha1->Update(mainHeader, headerSize);
+        headerDigest->Update(mainHeader, headerSize);
         // The spare SHA-1 of the header equals the first; it is copied, not hashed again.
         std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
         // The container owns them from here on.
+        DigestBase* sha1 = headerSha1.get();
+        DigestBase* digest = headerDigest.get();
         signature->SetDigest(kSlotHeaderSha1, headerSha1.get());
         headerSha1.release();
         signature->SetDigest(kSlotHeaderSignature, headerDigest.get());
         headerDigest.release();
         signature->SetDigest(kSlotHeaderSpareSha1, headerSpare.get());
         headerSpare.release();
+        // The header-and-payload digests of the signature's algorithm and of
+        // SHA-1 begin with the main header: they start as copies of the
+        // header's digests and are fed only what follows it, which gives the
+        // same values as hashing the main header a second time.
+        packageDigest.reset(digest->Copy());
+        if (spareSha1) {
+            packageSpare.reset(sha1->Copy());
+        }
     }
 
-    // The main header and the payload, streamed once into every digest.
+    // The main header and the payload, streamed once; MD5 takes every byte,
+    // the copies above every byte after the main header.
     std::unique_ptr<DigestBase> packageMd5(new Digest(soapWrap::MD5));
-    std::unique_ptr<DigestBase> packageDigest(new Digest(algorithm));
-    std::unique_ptr<DigestBase> packageSpare(spareSha1 ? new Digest(soapWrap::SHA1) : nullptr);
-    const unsigned long chunkSize = file.GetBufferSize();
-    // Filled by each read before it is used, so it is not zeroed first.
-    std::unique_ptr<char[]> chunk(new char[chunkSize]);
+    uint64_t headerLeft = headerSize;
     uint64_t offset = mainHeaderOffset;
     long count = 0;
     do {
-        count = file.Read(chunk.get(), offset, chunkSize);
+        count = file.ReadAt(chunk, offset, chunkSize);
         if (count < 0) {
             throw FileIoException("Cannot read file " + file.GetPath());
         }
-        packageMd5->Update(chunk.get(), static_cast<unsigned long>(count));
-        packageDigest->Update(chunk.get(), static_cast<unsigned long>(count));
-        if (packageSpare) {
-            packageSpare->Update(chunk.get(), static_cast<unsigned long>(count));
+        const unsigned long length = static_cast<unsigned long>(count);
+        const unsigned long skip = static_cast<unsigned long>(std::min<uint64_t>(headerLeft, length));
+        headerLeft -= skip;
+        packageMd5->Update(chunk, length);
+        if (skip < length) {
+            packageDigest->Update(chunk + skip, length - skip);
+            if (packageSpare) {
+                packageSpare->Update(chunk + skip, length - skip);
+            }
         }
         if (copy) {
-            _OutputFile->WriteBlock(chunk.get(), static_cast<unsigned long>(count));
+            _OutputFile->WriteBlock(chunk, length);
         }
         offset += static_cast<uint64_t>(count);
     } while (static_cast<unsigned long>(count) == chunkSize);
-    chunk.reset();
 
     signature->SetDigest(kSlotPackageMd5, packageMd5.get());
     packageMd5.release();

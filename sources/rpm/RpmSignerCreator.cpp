@@ -26,6 +26,13 @@ bool RpmSignerCreator::IsMe(FileHelper* file) {
     if (file->IsFolder()) {
         return false;
     }
+    // Magic and version with one read; should it come back short, the two
+    // integer readers answer as they always did.
+    unsigned char lead[sizeof(kLeadMagic) + sizeof(kLeadVersion)];
+    if (file->ReadAt(reinterpret_cast<char*>(lead), 0, sizeof(lead)) == static_cast<long>(sizeof(lead))) {
+        return std::memcmp(lead, kLeadMagic, sizeof(kLeadMagic)) == 0 &&
+               std::memcmp(lead + kVersionOffset, kLeadVersion, sizeof(kLeadVersion)) == 0;
+    }
     // The readers give the bytes as they lie in the file.
     const uint32_t magic = file->GetUInt32(0);
     if (std::memcmp(&magic, kLeadMagic, sizeof(kLeadMagic)) != 0) {
