@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-    g++ clang make cmake pkg-config
+    g++ clang clang-format make cmake pkg-config
     libssl-dev openssl
     libgtest-dev libgmock-dev libbenchmark-dev
     libclang-rt-14-dev

@@ -13,6 +13,7 @@
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
 #include "RunReport.h"
+#include "SafeText.h"
 
 #include <nlohmann/json.hpp>
 
@@ -176,13 +177,15 @@ OrderedJson Described(const std::string& identifier) {
     OrderedJson item;
     item["id"] = identifier;
     const char* sentence = MessageCatalogue::Find(identifier);
-    item["text"] = sentence != nullptr ? OrderedJson(sentence) : OrderedJson(nullptr);
+    // Always a text: empty when the catalogue has no sentence for it.
+    item["text"] = sentence != nullptr ? sentence : "";
     return item;
 }
 
 void PrintJson(const std::string& manifest, const std::string& plugin, const HostSession& session,
                const RunReport& report, int result) {
     OrderedJson document;
+    document["schema"] = 1;
     document["command"] = "run";
     document["manifest"] = manifest;
     document["plugin"] = plugin;
@@ -194,12 +197,14 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
         item["name"] = outcome.name;
         item["type"] = outcome.type;
         item["path"] = outcome.path;
+        item["path_is_utf8"] = SafeText::IsUtf8(outcome.path);
+        item["path_bytes"] = SafeText::Base64(outcome.path);
+        // Every component has every field: a component that rpm_verify did
+        // not answer for has status -1 and empty texts.
+        const bool verified = outcome.kind == ComponentOutcome::Kind::Verified;
         switch (outcome.kind) {
         case ComponentOutcome::Kind::Verified:
             item["outcome"] = outcome.status == 0 ? "passed" : "failed";
-            item["status"] = outcome.status;
-            item["statusName"] = RpmStatusName(outcome.status);
-            item["message"] = outcome.message;
             break;
         case ComponentOutcome::Kind::NotAvailable:
             item["outcome"] = "not available";
@@ -208,6 +213,9 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
             item["outcome"] = "not checked";
             break;
         }
+        item["status"] = verified ? outcome.status : -1;
+        item["statusName"] = verified ? RpmStatusName(outcome.status) : "";
+        item["message"] = verified ? outcome.message : "";
         document["components"].push_back(item);
     }
     document["prerequisites"] = OrderedJson::array();

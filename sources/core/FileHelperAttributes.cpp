@@ -138,4 +138,3 @@ void FileHelper::RemoveXAttr(const std::string& name) const {
                               contract::kQuotedErrorJointNoBlank + ErrorText(errno));
     }
 }
-

@@ -36,7 +36,6 @@ struct FreeDeleter {
 
 namespace file_helper_internal {
 
-
 std::string ErrorText(int error) {
     return std::strerror(error);
 }

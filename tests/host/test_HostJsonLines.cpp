@@ -3,6 +3,7 @@
 // record; exact path bytes for names that are not UTF-8; whole lines even
 // when several programs share one pipe.
 #include "Fixtures.h"
+#include "HostProgramTest.h"
 #include "HostRun.h"
 #include "TestSupport.h"
 
@@ -210,6 +211,39 @@ TEST_F(HostJsonLinesTest, EveryLineParsesUnderXargsWithFourProcesses) {
         EXPECT_EQ(summaries, 14u);
         EXPECT_EQ(packagesInSummaries, 40u);
     }
+}
+
+using hostprogram::HostProgramTest;
+using hostprogram::HostResult;
+
+// run --json: schema 1, and every component carries every field, whether
+// rpm_verify answered for it or not.
+TEST_F(HostProgramTest, RunJsonGivesEveryComponentTheSameFields) {
+    std::string manifest = WriteManifest(Manifest(
+        json::array({Component("here", "signed-rsa2048-sha256.rpm"), Component("gone", "absent.rpm")}),
+        json{{"signature", Key()}}));
+    HostResult result = Host({"run", "--json", manifest});
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    json document = json::parse(result.out);
+    EXPECT_EQ(document["schema"], 1);
+    ASSERT_EQ(document["components"].size(), 2u);
+    const json& here = document["components"][0];
+    const json& gone = document["components"][1];
+    std::vector<std::string> hereFields;
+    std::vector<std::string> goneFields;
+    for (auto field = here.begin(); field != here.end(); ++field) {
+        hereFields.push_back(field.key());
+    }
+    for (auto field = gone.begin(); field != gone.end(); ++field) {
+        goneFields.push_back(field.key());
+    }
+    EXPECT_EQ(goneFields, hereFields);
+    EXPECT_EQ(here["status"], 0);
+    EXPECT_EQ(gone["outcome"], "not available");
+    EXPECT_EQ(gone["status"], -1);
+    EXPECT_EQ(gone["statusName"], "");
+    EXPECT_EQ(gone["message"], "");
+    EXPECT_EQ(gone["path_bytes"], Base64Of(testsupport::Fixture("rpm") + "/absent.rpm"));
 }
 
 } // namespace

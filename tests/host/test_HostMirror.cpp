@@ -9,10 +9,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 using fixtures::Package;
@@ -210,6 +212,51 @@ TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
     for (const std::string& path : paths) {
         EXPECT_EQ(byPath[_Work.File(path)], ExpectedLine(_Work.File(path)));
     }
+}
+
+// A worker that dies takes only its current package with it: that package
+// is reported without an answer, every other one as usual.
+TEST_F(HostMirrorTest, AWorkerThatDiesCostsOnlyItsPackage) {
+    for (const char* name : {"p1.rpm", "slow.rpm", "p2.rpm", "p3.rpm"}) {
+        testsupport::WriteFile(_Work.File(name), ReadFile(Package("signed-rsa2048-sha256.rpm")));
+    }
+    // The slow package: 256 MiB of zeros after the package, which the
+    // payload digest reads to the end.
+    ASSERT_EQ(truncate(_Work.File("slow.rpm").c_str(), 256L << 20), 0);
+    std::string command = "cd " + ShellQuote(_Work.Path()) + " && (" +
+                          hosttest::HostCommand({"verify", "--jobs", "2", "--key", Key(), "p1.rpm",
+                                                 "slow.rpm", "p2.rpm", "p3.rpm"}) +
+                          " >out.txt 2>err.txt; echo $? >exit.txt) </dev/null >/dev/null 2>&1 & echo $!";
+    // The subshell's child is signing-host; its children are the workers.
+    std::string shell = testsupport::Run(command).output;
+    ASSERT_FALSE(shell.empty());
+    shell.pop_back();
+    std::string host;
+    std::string workers;
+    for (int attempt = 0; attempt < 3000 && !testsupport::PathExists(_Work.File("exit.txt")); ++attempt) {
+        host = testsupport::Run("pgrep -P " + shell).output;
+        if (!host.empty()) {
+            host.pop_back();
+            workers = testsupport::Run("pgrep -P " + host).output;
+            // The fast packages are done: one worker is left, on the slow one.
+            if (std::count(workers.begin(), workers.end(), '\n') == 1 &&
+                ReadFile(_Work.File("out.txt")).find("p1.rpm: RPM_SIGNED") == 0) {
+                break;
+            }
+        }
+        usleep(10000);
+    }
+    ASSERT_EQ(std::count(workers.begin(), workers.end(), '\n'), 1) << workers;
+    ASSERT_EQ(testsupport::Run("kill -KILL " + workers).exitCode, 0);
+    for (int attempt = 0; attempt < 3000 && !testsupport::PathExists(_Work.File("exit.txt")); ++attempt) {
+        usleep(10000);
+    }
+    EXPECT_EQ(ReadFile(_Work.File("exit.txt")), "1\n");
+    EXPECT_EQ(ReadFile(_Work.File("out.txt")),
+              "p1.rpm: RPM_SIGNED (0) p1.rpm is signed.\n"
+              "slow.rpm: NO_ANSWER the worker process checking it ended by signal 9 (Killed)\n"
+              "p2.rpm: RPM_SIGNED (0) p2.rpm is signed.\n"
+              "p3.rpm: RPM_SIGNED (0) p3.rpm is signed.\n");
 }
 
 } // namespace

@@ -57,6 +57,11 @@ TEST_F(HostProgramTest, RunAllSignedAsJson) {
                     {"name", "two"},
                     {"type", "rpm"},
                     {"path", Package("signed-rsa2048-sha256.rpm")},
+                    {"path_is_utf8", true},
+                    {"path_bytes",
+                     testsupport::Run("printf '%s' " + ShellQuote(Package("signed-rsa2048-sha256.rpm")) +
+                                      " | base64 -w0")
+                         .output},
                     {"outcome", "passed"},
                     {"status", 0},
                     {"statusName", "RPM_SIGNED"},
@@ -127,8 +132,8 @@ TEST_F(HostProgramTest, RunWithOneTamperedPackageAsJsonKeepsEarlierPrerequisites
               json::array({
                   json{{"significance", "0"},
                        {"severity", "warning"},
-                       {"short", {{"id", "OTHER_PLUGIN_short"}, {"text", nullptr}}},
-                       {"full", {{"id", "OTHER_PLUGIN_full"}, {"text", nullptr}}}},
+                       {"short", {{"id", "OTHER_PLUGIN_short"}, {"text", ""}}},
+                       {"full", {{"id", "OTHER_PLUGIN_full"}, {"text", ""}}}},
                   json{{"significance", "1"},
                        {"severity", "error"},
                        {"short",

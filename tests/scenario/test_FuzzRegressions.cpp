@@ -59,18 +59,6 @@ TEST_P(FuzzReplay, SeedInputs) {
     std::printf("%s: %zu seed inputs replayed\n", target.name, seeds.size());
 }
 
-TEST_P(FuzzReplay, KeptFindings) {
-    const FuzzTarget& target = GetParam();
-    REQUIRE_FIXTURE(Fixture("keys/rsa2048.asc"));
-    const std::string folder = kRegressionsDir + "/" + target.name;
-    size_t count = 0;
-    for (const std::string& name : FolderEntries(folder)) {
-        Replay(target, name, ReadFile(folder + "/" + name));
-        ++count;
-    }
-    std::printf("%s: %zu kept findings replayed\n", target.name, count);
-}
-
 // Small inputs every target must take: nothing, one byte of each value, and
 // a few bytes that cut structures short.
 TEST_P(FuzzReplay, TinyInputs) {
@@ -89,6 +77,37 @@ std::string TargetName(const ::testing::TestParamInfo<FuzzTarget>& info) {
 
 INSTANTIATE_TEST_SUITE_P(Targets, FuzzReplay,
                          ::testing::ValuesIn(kFuzzTargets, kFuzzTargets + kFuzzTargetCount), TargetName);
+
+// The kept findings, one test per folder under tests/fuzz-regressions/ (each
+// names a target, see below); a folder that holds no input fails.
+std::vector<std::string> KeptFindingFolders() {
+    std::vector<std::string> folders;
+    for (const std::string& name : FolderEntries(kRegressionsDir)) {
+        if (name != "README.md") {
+            folders.push_back(name);
+        }
+    }
+    return folders;
+}
+
+class FuzzKeptFindings : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(FuzzKeptFindings, Replay) {
+    const FuzzTarget* target = FindFuzzTarget(GetParam());
+    ASSERT_NE(nullptr, target) << GetParam();
+    REQUIRE_FIXTURE(Fixture("keys/rsa2048.asc"));
+    const std::string folder = kRegressionsDir + "/" + GetParam();
+    size_t count = 0;
+    for (const std::string& name : FolderEntries(folder)) {
+        Replay(*target, name, ReadFile(folder + "/" + name));
+        ++count;
+    }
+    EXPECT_GT(count, 0u) << folder << " holds no input";
+    std::printf("%s: %zu kept findings replayed\n", target->name, count);
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, FuzzKeptFindings, ::testing::ValuesIn(KeptFindingFolders()),
+                         [](const ::testing::TestParamInfo<std::string>& info) { return info.param; });
 
 // Every folder of kept findings belongs to a target, so that no finding is
 // silently skipped.

@@ -75,7 +75,40 @@ struct PackageLayout {
         }
         return 0;
     }
+
+    // File offsets [first, last) of the data of a signature-header tag: the
+    // given length, or the entry's count of bytes.
+    std::pair<size_t, size_t> DataOf(const std::string& package, uint32_t tag, size_t length = 0) const {
+        const size_t entry = EntryOf(package, tag);
+        if (entry == 0) {
+            throw std::runtime_error("the package has no signature-header tag " + std::to_string(tag));
+        }
+        const size_t first = signatureStore + Be32(package, entry + 8);
+        return {first, first + (length != 0 ? length : Be32(package, entry + 12))};
+    }
 };
+
+bool InAnyRange(const std::vector<std::pair<size_t, size_t>>& ranges, size_t at) {
+    for (const auto& range : ranges) {
+        if (at >= range.first && at < range.second) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The offsets [first, last) of the modulus value in a key's packets: the
+// primary key packet is old-format tag 6 with a 2-byte length, and its
+// modulus MPI follows version, creation time and algorithm.
+std::pair<size_t, size_t> ModulusOf(const std::string& packets) {
+    if (packets.size() < 12 || static_cast<unsigned char>(packets[0]) != 0x99) {
+        throw std::runtime_error("the key does not start with an old-format public-key packet");
+    }
+    const size_t bitCount = 3 + 6;
+    const size_t bytes =
+        (LoadBigEndian16(reinterpret_cast<const unsigned char*>(packets.data()) + bitCount) + 7) / 8;
+    return {bitCount + 2, bitCount + 2 + bytes};
+}
 
 // The outcome of many calls: how many ran, per status, and the first few
 // that broke a rule.
@@ -259,9 +292,13 @@ bool ResetPeak() {
     return static_cast<bool>(out);
 }
 
-// Peak resident growth (kB) and time of one operation.
+// Peak resident growth (kB) and time of one operation. Without a reset
+// peak the growth cannot be told, so the measure fails rather than report 0.
 template <class Operation> std::pair<size_t, double> Measure(Operation operation) {
     const bool reset = ResetPeak();
+    if (!reset) {
+        ADD_FAILURE() << "cannot write /proc/self/clear_refs: the peak resident size cannot be reset";
+    }
     const size_t before = StatusKb("VmRSS");
     const auto start = std::chrono::steady_clock::now();
     operation();
@@ -330,6 +367,33 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
     // Every byte in the normal build; under the sanitizers, which make each
     // call several times slower, every third byte.
     const size_t stride = kSanitized ? 3 : 1;
+    // The checked data of the signature header: the SHA-1 text (tag 269, 40
+    // digits and the NUL), the MD5 (tag 1004) and both signature blobs.
+    const std::vector<std::pair<size_t, size_t>> checked = {
+        layout.DataOf(_Package, 269, 41), layout.DataOf(_Package, 1004, 16), layout.DataOf(_Package, 268),
+        layout.DataOf(_Package, 1002)};
+    // The one change inside them that may pass: the low byte of a signature
+    // value's bit count, when the count still gives the same number of bytes
+    // (the value itself is unchanged; rpmkeys --checksig accepts it too).
+    std::vector<std::pair<size_t, unsigned int>> bitCounts; // offset of the low byte, the bit count
+    for (const auto& blob : {checked[2], checked[3]}) {
+        // A 2048-bit key's signature value (256 bytes) ends the blob.
+        const size_t low = blob.second - 256 - 1;
+        const unsigned int bits = static_cast<unsigned int>(static_cast<unsigned char>(_Package[low - 1]))
+                                      << 8 |
+                                  static_cast<unsigned char>(_Package[low]);
+        ASSERT_EQ(256u, (bits + 7) / 8) << "bit count at " << low - 1;
+        bitCounts.push_back({low, bits});
+    }
+    const auto sameValueLength = [&bitCounts](size_t at, unsigned char changed) {
+        for (const auto& bitCount : bitCounts) {
+            if (at == bitCount.first) {
+                return ((bitCount.second & 0xFF00) + changed + 7) / 8 == (bitCount.second + 7) / 8;
+            }
+        }
+        return false;
+    };
+    size_t checkedCases = 0;
     for (size_t at = 0; at < layout.mainHeaderEnd; at += stride) {
         const unsigned char original = static_cast<unsigned char>(_Package[at]);
         for (const ByteChange& change : kByteChanges) {
@@ -344,11 +408,18 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
             if (at >= layout.mainHeader && status == RPM_SIGNED) {
                 tally.Fail(description + " (main header) passes as signed");
             }
+            if (InAnyRange(checked, at)) {
+                ++checkedCases;
+                if (status == RPM_SIGNED && !sameValueLength(at, changed)) {
+                    tally.Fail(description + " (digest or signature data) passes as signed");
+                }
+            }
         }
         file.RestoreByte(at);
     }
     tally.Report();
     EXPECT_GE(tally.Cases(), 3 * layout.mainHeaderEnd / stride);
+    EXPECT_GE(checkedCases, 3 * (41 + 16 + 2 * 200) / stride);
 }
 
 // ---------------------------------------------------------------------------
@@ -376,6 +447,22 @@ TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
     const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
     MutableFile key(_Dir.File("key.asc"), _Key);
     Tally tally("key armor byte changes");
+    // The armor characters whose six bits all fall inside the modulus: body
+    // character n holds bits 6n to 6n+5 of the packets.
+    const std::pair<size_t, size_t> modulus = ModulusOf(Dearmor(_Key));
+    std::vector<bool> inModulus(_Key.size(), false);
+    const size_t body = _Key.find("\n\n") + 2;
+    const size_t checksum = _Key.find("\n=", body);
+    size_t modulusCharacters = 0;
+    for (size_t at = body, character = 0; at < checksum; ++at) {
+        if (_Key[at] == '\n') {
+            continue;
+        }
+        inModulus[at] = character * 6 / 8 >= modulus.first && (character * 6 + 5) / 8 < modulus.second;
+        modulusCharacters += inModulus[at] ? 1 : 0;
+        ++character;
+    }
+    ASSERT_GE(modulusCharacters, 340u);
     for (size_t at = 0; at < _Key.size(); ++at) {
         const unsigned char original = static_cast<unsigned char>(_Key[at]);
         for (const ByteChange& change : kByteChanges) {
@@ -384,8 +471,11 @@ TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
                 continue;
             }
             key.SetByte(at, changed);
-            tally.Add(rpm_verify(package.c_str(), key.Path().c_str()),
-                      "key byte " + std::to_string(at) + " " + change.name);
+            const std::string description = "key byte " + std::to_string(at) + " " + change.name;
+            const int status = tally.Add(rpm_verify(package.c_str(), key.Path().c_str()), description);
+            if (inModulus[at] && status == RPM_SIGNED) {
+                tally.Fail(description + " (modulus) passes as signed");
+            }
         }
         key.RestoreByte(at);
     }
@@ -397,13 +487,7 @@ TEST_F(HostileInput, EveryByteOfTheKeyPacketsChanged) {
     const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
     const std::string packets = Dearmor(_Key);
     ASSERT_GT(packets.size(), 300u);
-    // The primary key packet: old-format tag 6 with a 2-byte length; its
-    // modulus MPI follows version, creation time and algorithm.
-    ASSERT_EQ(0x99, static_cast<unsigned char>(packets[0]));
-    const size_t modulusBits = 3 + 6;
-    const size_t modulusBytes =
-        (LoadBigEndian16(reinterpret_cast<const unsigned char*>(packets.data()) + modulusBits) + 7) / 8;
-    const size_t modulusValue = modulusBits + 2;
+    const std::pair<size_t, size_t> modulus = ModulusOf(packets);
 
     const std::string path = _Dir.File("key.asc");
     Tally tally("key packet byte changes");
@@ -421,7 +505,7 @@ TEST_F(HostileInput, EveryByteOfTheKeyPacketsChanged) {
             WriteFile(path, Armor(mutated));
             const std::string description = "packet byte " + std::to_string(at) + " " + change.name;
             const int status = tally.Add(rpm_verify(package.c_str(), path.c_str()), description);
-            if (at >= modulusValue && at < modulusValue + modulusBytes && status == RPM_SIGNED) {
+            if (at >= modulus.first && at < modulus.second && status == RPM_SIGNED) {
                 tally.Fail(description + " (modulus) passes as signed");
             }
         }

@@ -20,14 +20,26 @@
 
 namespace testsupport {
 
-inline std::string SourceDir() { return SIGNING_SOURCE_DIR; }
-inline std::string BuildDir() { return SIGNING_BUILD_DIR; }
-inline std::string FixturesDir() { return SIGNING_FIXTURES_DIR; }
-inline std::string RpmUpstreamDir() { return SIGNING_RPM_UPSTREAM_DIR; }
-inline std::string PluginPath() { return SIGNING_PLUGIN_PATH; }
+inline std::string SourceDir() {
+    return SIGNING_SOURCE_DIR;
+}
+inline std::string BuildDir() {
+    return SIGNING_BUILD_DIR;
+}
+inline std::string FixturesDir() {
+    return SIGNING_FIXTURES_DIR;
+}
+inline std::string RpmUpstreamDir() {
+    return SIGNING_RPM_UPSTREAM_DIR;
+}
+inline std::string PluginPath() {
+    return SIGNING_PLUGIN_PATH;
+}
 
 // A path inside the fixture folder.
-inline std::string Fixture(const std::string& relative) { return FixturesDir() + "/" + relative; }
+inline std::string Fixture(const std::string& relative) {
+    return FixturesDir() + "/" + relative;
+}
 
 inline bool PathExists(const std::string& path) {
     struct stat st;
@@ -100,7 +112,7 @@ inline std::string ShellQuote(const std::string& text) {
 }
 
 struct CommandResult {
-    int exitCode; // the exit status, or 128 + signal number
+    int exitCode;       // the exit status, or 128 + signal number
     std::string output; // standard output (standard error is not captured)
 };
 
@@ -138,11 +150,22 @@ inline std::string ToHex(const unsigned char* data, size_t size) {
 } // namespace testsupport
 
 // Skips the current test with a reason when a fixture file is absent.
-#define REQUIRE_FIXTURE(path)                                                                               \
-    do {                                                                                                    \
-        if (!testsupport::PathExists(path)) {                                                               \
-            FAIL() << "fixture missing: " << (path) << " (run tests/fixtures/make-fixtures.sh)";            \
-        }                                                                                                   \
+#define REQUIRE_FIXTURE(path)                                                                                \
+    do {                                                                                                     \
+        if (!testsupport::PathExists(path)) {                                                                \
+            FAIL() << "fixture missing: " << (path) << " (run tests/fixtures/make-fixtures.sh)";             \
+        }                                                                                                    \
+    } while (0)
+
+// rpm's own test data lives beside the checkout, in ../shared/rpm-upstream;
+// a plain clone has no such folder, so the suites that read it skip, and the
+// message names the folder. CI (.ci/run) refuses to start without it.
+#define REQUIRE_UPSTREAM()                                                                                   \
+    do {                                                                                                     \
+        if (!testsupport::PathExists(testsupport::RpmUpstreamDir())) {                                       \
+            GTEST_SKIP() << "rpm's test data folder " << testsupport::RpmUpstreamDir()                       \
+                         << " (../shared/rpm-upstream) is missing";                                          \
+        }                                                                                                    \
     } while (0)
 
 #endif

@@ -141,7 +141,8 @@ TEST(Base, MktimeUtc) {
 TEST(Base, UtcTime) {
     std::string year = utc_time("%Y");
     ASSERT_EQ(year.size(), 4u);
-    EXPECT_TRUE(std::regex_match(utc_time("%Y-%m-%dT%H:%M:%SZ"), std::regex("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ")));
+    EXPECT_TRUE(std::regex_match(utc_time("%Y-%m-%dT%H:%M:%SZ"),
+                                 std::regex("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ")));
     // A result that does not fit the 128-byte buffer gives an empty text.
     EXPECT_EQ(utc_time(std::string(200, 'x')), "");
     EXPECT_EQ(utc_time(""), "");

@@ -246,15 +246,3 @@ TEST(PgpCertificateRealKeys, ProviderChecksGpgSignatures) {
     // Nearly every gpg signature value is as long as its modulus.
     EXPECT_GE(checked, 6);
 }
-
-TEST(PgpCertificateRealKeys, SigningSubkeyGivesACertificateOrAnException) {
-    for (const char* suffix : {".asc", ".crlf.asc", ".gpg"}) {
-        std::string path = KeyPath(std::string("signsub") + suffix);
-        REQUIRE_FIXTURE(path);
-        try {
-            std::unique_ptr<PgpCertificate> certificate = Load(path);
-            EXPECT_EQ(certificate->GetKeyLength(), 2048u);
-        } catch (const DataFormatException&) {
-        }
-    }
-}

@@ -717,14 +717,25 @@ TEST(PgpSignaturePacketReal, EveryPrefixAndEveryByteChangeGivesAResultOrAnExcept
         } catch (const DataFormatException&) {
         }
     }
+    // Whether a changed packet that still parses can verify is checked by
+    // PgpSignatureFixtures.EveryByteChangeOfARealSignatureIsNeverValid.
+    size_t parsed = 0;
+    size_t refused = 0;
     for (size_t at = 0; at < blob.size(); ++at) {
         for (unsigned char value : {0x00, 0x01, 0x09, 0x10, 0x7F, 0x80, 0xFF}) {
             Bytes changed = blob;
             changed[at] = value;
             try {
                 PgpSignatureData signature(Chars(changed), Size(changed));
+                ++parsed;
             } catch (const DataFormatException&) {
+                ++refused;
             }
         }
     }
+    // Most changes land in the signature value and still parse; changes to
+    // the header, the lengths and the version are refused.
+    EXPECT_EQ(7 * blob.size(), parsed + refused);
+    EXPECT_GT(parsed, refused);
+    EXPECT_GT(refused, 0u);
 }

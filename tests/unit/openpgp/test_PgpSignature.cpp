@@ -311,6 +311,100 @@ TEST_F(PgpSignatureFixtures, ChangedDataFailsTheQuickCheck) {
     }
 }
 
+// The stored quick-check bytes sit just before the signature MPI (two bytes
+// of bit count, then the value), outside the hashed data: changing one of
+// them leaves the RSA signature valid, so only the quick check can refuse it.
+TEST_F(PgpSignatureFixtures, EitherQuickCheckByteWrongFailsTheQuickCheck) {
+    const Bytes data = testsupport::ReadBytes(fixtures::DataFile());
+    for (const auto& fixture : fixtures::DetachedSignatures()) {
+        SCOPED_TRACE(fixture.signature);
+        UseKey(fixtures::KeyArmored(fixture.key));
+        const Bytes original = testsupport::ReadBytes(fixture.signature);
+        const size_t valueBytes =
+            Parse(original)->signature->GetSignatureData()->GetSignatureValue()->GetLengthInBytes();
+        const size_t at = original.size() - valueBytes - 2 - 2;
+        for (size_t wrong : {0, 1}) {
+            Bytes changed = original;
+            changed[at + wrong] ^= 0x01;
+            auto parsed = Parse(changed);
+            const unsigned char* left = parsed->signature->GetSignatureData()->GetLeft16Bits();
+            // The change reached the stored bytes, and only the one byte.
+            ASSERT_EQ(original[at + 1 - wrong], left[1 - wrong]);
+            ASSERT_EQ(static_cast<unsigned char>(original[at + wrong] ^ 0x01), left[wrong]);
+            parsed->LendDigest(AlgorithmOfName(fixture.digest), data);
+            std::string message;
+            EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message)) << "byte " << wrong;
+            EXPECT_EQ(kQuickCheckFailure, message) << "byte " << wrong;
+        }
+        // Unchanged, the same signature verifies.
+        auto parsed = Parse(original);
+        parsed->LendDigest(AlgorithmOfName(fixture.digest), data);
+        std::string message;
+        EXPECT_EQ(Valid, parsed->signature->Verify(message));
+    }
+}
+
+// Every single-byte change of a real signature packet, checked against the
+// data it signs with its own key: the packet is refused or the check fails.
+// The unhashed subpacket area (its length and content) is not covered by the
+// signature, so only changes outside it must never verify.
+TEST_F(PgpSignatureFixtures, EveryByteChangeOfARealSignatureIsNeverValid) {
+    const Bytes data = testsupport::ReadBytes(fixtures::DataFile());
+    UseKey(fixtures::KeyArmored("rsa2048"));
+    const Bytes original = testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha256"));
+    {
+        auto parsed = Parse(original);
+        parsed->LendDigest(soapWrap::SHA256, data);
+        std::string message;
+        ASSERT_EQ(Valid, parsed->signature->Verify(message));
+    }
+    // An old-format packet with a two-byte length: version, type, key and
+    // hash algorithms, then the hashed area's length and content, then the
+    // unhashed area's.
+    ASSERT_EQ(0x89, original[0]);
+    const size_t unhashedAt = 9 + (size_t(original[7]) << 8 | original[8]);
+    const size_t unhashedEnd =
+        unhashedAt + 2 + (size_t(original[unhashedAt]) << 8 | original[unhashedAt + 1]);
+    size_t refused = 0;
+    size_t failed = 0;
+    size_t unhashedValid = 0;
+    for (size_t at = 0; at < original.size(); ++at) {
+        for (unsigned char value : {0x00, 0x01, 0x09, 0x10, 0x7F, 0x80, 0xFF}) {
+            if (original[at] == value) {
+                continue;
+            }
+            Bytes changed = original;
+            changed[at] = value;
+            std::unique_ptr<ParsedSignature> parsed;
+            try {
+                parsed = Parse(changed);
+            } catch (const std::exception&) {
+                ++refused;
+                continue;
+            }
+            parsed->LendDigest(soapWrap::SHA256, data);
+            std::string message;
+            ProcessingResult result = InvalidSignature;
+            try {
+                result = parsed->signature->Verify(message);
+            } catch (const std::exception&) {
+            }
+            if (result != Valid) {
+                ++failed;
+            } else if (at >= unhashedAt && at < unhashedEnd) {
+                ++unhashedValid;
+            } else {
+                ADD_FAILURE() << "byte " << at << " set to " << int(value) << " still verifies";
+            }
+        }
+    }
+    std::printf("signature byte changes: %zu refused when parsed, %zu failed the check, %zu in the unhashed "
+                "area verify\n",
+                refused, failed, unhashedValid);
+    EXPECT_GT(refused, 0u);
+    EXPECT_GT(failed, 0u);
+}
+
 TEST_F(PgpSignatureFixtures, MessagesAreAppended) {
     Bytes data = testsupport::ReadBytes(fixtures::DataFile());
     data[0] ^= 0x80;
