@@ -21,7 +21,7 @@ FORMAT_FILES    = $(filter-out sources/plugin/session.h, \
                     $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null || \
                             find sources host tests fuzz bench \( -name '*.cpp' -o -name '*.h' \)))
 
-.PHONY: all deps build dev test test-asan test-dev demo bench fuzz format format-check clean
+.PHONY: all deps build dev test test-asan test-dev demo bench fuzz format format-check tidy clean
 
 all: build
 
@@ -69,6 +69,11 @@ fuzz: deps
 
 format:
 	clang-format -i $(FORMAT_FILES)
+
+# clang-tidy over sources/ and host/ with the build's compile commands; any
+# finding fails.
+tidy: deps $(BUILD_DIR)/CMakeCache.txt
+	bash scripts/tidy.sh $(BUILD_DIR) $(JOBS)
 
 format-check:
 	clang-format --dry-run --Werror $(FORMAT_FILES)

@@ -13,6 +13,7 @@ packages=(
     rpm gnupg wget curl python3 attr
     time python3-matplotlib
     parallel tmux
+    clang-tidy
 )
 
 missing=()
