@@ -21,7 +21,7 @@ FORMAT_FILES    = $(filter-out sources/plugin/session.h, \
                     $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null || \
                             find sources host tests fuzz bench \( -name '*.cpp' -o -name '*.h' \)))
 
-.PHONY: all deps build dev test test-asan test-dev demo bench fuzz format format-check tidy clean
+.PHONY: all deps build dev test test-asan test-dev demo bench fuzz fault-injection format format-check tidy clean
 
 all: build
 
@@ -66,6 +66,9 @@ bench: build
 
 fuzz: deps
 	FUZZ_SECONDS=$(FUZZ_SECONDS) bash fuzz/run.sh
+
+fault-injection: build
+	bash scripts/fault-injection.sh $(BUILD_DIR)
 
 format:
 	clang-format -i $(FORMAT_FILES)

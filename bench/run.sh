@@ -5,7 +5,8 @@
 #
 # Builds the benchmark programs, makes the corpus once under
 # <build dir>/bench/corpus (cached), measures signing-host verify against
-# rpmkeys --checksig and the limit program, and writes
+# rpmkeys --checksig, the limit program and the floor program (and under
+# strace -c, and with --jobs 1 and 2), and writes
 # <build dir>/bench/report.md and report.png, then prints the table.
 # BENCH_QUICK=1 runs a reduced version: the 1 MiB and 64 MiB packages, 100
 # small packages and fewer runs.

@@ -12,7 +12,9 @@ packages=(
     nlohmann-json3-dev
     rpm gnupg wget curl python3 attr
     time python3-matplotlib
+    strace
     parallel tmux
+    fiu-utils
     clang-tidy
 )
 

@@ -23,6 +23,10 @@ set(SIGNING_LABEL_SLOW_LIST
     "^RpmVerifyFiles\\.DamagedSignatureHeaders$")
 set(SIGNING_LABEL_TOOLS_LIST
     "^HostProgramTest\\."
+    "^HostJsonLinesTest\\."
+    "^HostMirrorTest\\."
+    "^HostSafeTextTest\\."
+    "^Widths/HostTerminalTest\\."
     "^HostileInput\\."
     "^LeakCheck\\."
     "^PackageListValidationTest\\."
@@ -31,6 +35,7 @@ set(SIGNING_LABEL_TOOLS_LIST
     "^PgpSignaturePacketReal\\."
     "^RpmVerifyMemory\\."
     "^RpmVerifyOracle\\."
+    "^RpmVerifyRealComparisons\\."
     "^Targets/FuzzKeptFindings\\."
     "^Targets/FuzzReplay\\."
     "^CertificateManagerTest\\.(BrokenKeyFilesLeaveTheStoreAlone|CertificateFromMemory|DestroyingTheStoreKeepsItsCertificates|EveryFixtureKeyLoadsInEveryEncoding|KeyFileIsReadAnewOnEveryRequest|LoadFromFileWithExplicitPath|LoadingTwiceKeepsOneEntryAndTheFirstStaysUsable|OtherFormatsAreNotImplemented)$"

@@ -11,10 +11,15 @@ namespace host {
 
 int RunCommand(const std::vector<std::string>& arguments);
 int VerifyCommand(const std::vector<std::string>& arguments);
+// "verify -v" under its own name.
+int ExplainCommand(const std::vector<std::string>& arguments);
+// What a key file holds and whether the plug-in can use it.
+int KeyCommand(const std::vector<std::string>& arguments);
 
 extern const char kProgramHelp[];
 extern const char kRunHelp[];
 extern const char kVerifyHelp[];
+extern const char kKeyHelp[];
 
 // "signing-host <version>"
 std::string VersionText();

@@ -19,8 +19,13 @@ Commands:
                             signing_validate_package_list on it
   verify --key KEY PACKAGE...
                             call rpm_verify on each package file
+  explain --key KEY PACKAGE...
+                            verify -v: each check of each package in
+                            plain words, with advice for each failure
+  key KEYFILE               what a public key file holds and whether the
+                            plug-in can use it
 
-Options of both commands:
+Options of every command:
   --plugin PATH   the plug-in to load (default: signing.so beside this
                   program, or in the folder above it)
   --log FILE      also append the plug-in's log lines to FILE
@@ -29,14 +34,22 @@ Options of both commands:
   --help          show the command's help
   --version       show the version
 
-Exit codes: 0 success; 1 a package failed its check or no valid public key
-was obtained; 2 usage error, unreadable manifest, plug-in that does not load.
+Exit codes:
+  0  every package is signed (key: the plug-in can use the key)
+  1  a package failed its signature or hash check
+  2  usage error, unreadable manifest, plug-in that does not load: nothing
+     was run
+  3  something could not be checked: a missing or unreadable package, a
+     key that is missing or unusable, an error answer of the plug-in, or
+     (run --strict) a component of type rpm that was not verified
+  1 wins over 3 when both happen.
 
-Run 'signing-host run --help' or 'signing-host verify --help' for details.
+Run 'signing-host COMMAND --help' for details.
 )";
 
 const char kRunHelp[] =
-    R"(Usage: signing-host run [--plugin PATH] [--log FILE] [--json] MANIFEST
+    R"(Usage: signing-host run [--key KEY] [--strict] [--plugin PATH] [--log FILE]
+                        [--json | --json-lines] [--quiet] MANIFEST
 
 Builds the installer's session from MANIFEST, calls the plug-in's
 signing_validate_package_list, and streams the plug-in's log to standard
@@ -69,21 +82,37 @@ MANIFEST is a JSON file:
 "name", "type", "packageFolder" and "packageFile". "session" and
 "variables" are optional texts (both become session values; "${NAME}" in
 operands expands to them, once). "${MANIFEST_DIR}" is the manifest's own
-folder. Environments are optional; an object inside one is a nested
+folder; it is also expanded in the "signature" session value. Environments are optional; an object inside one is a nested
 environment (as "phonehome" is). Without "TEMP_FOLDER" the host makes a
 temporary folder for the run and removes it afterwards.
 
+A component whose type is almost "rpm" ("RPM", "rpm ") or whose package
+folder uses a ${NAME} that is not set is named in a warning before the run:
+the plug-in does not verify it.
+
 Options:
+  --key KEY       the public key file: sets the "signature" session value
+                  (no download happens), overriding the manifest
+  --strict        every component of type rpm (or a near miss of it) must
+                  have been verified: a missing file, an unset variable or
+                  an odd type spelling fails the run (exit code 3)
   --plugin PATH   the plug-in to load (default: signing.so beside this program)
-  --log FILE      also append the plug-in's log lines to FILE
+  --log FILE      also append the plug-in's log lines to FILE (a new file
+                  gets mode 0600; a symbolic link is refused)
   --json          print the session values, the component results and the
                   prerequisite outcome as JSON instead of the summary
   --quiet         keep the plug-in's log lines off standard error (--log
                   FILE still gets them)
+  --json-lines    one JSON object per component as soon as the plug-in
+                  has moved past it, then a summary object
+                  (docs/json-schema.md, schema 1)
 
-Exit code: the entry point's return value (0 every verified package is
-signed; 1 a package failed, or no valid public key was obtained); 2 when the
-manifest or the plug-in cannot be used, nothing being run.
+Exit code: 0 every verified package is signed; 1 a package failed its
+signature or hash check; 3 nothing failed but something could not be
+checked (no valid public key, an unusable key, an error answer, or with
+--strict a component that was not verified); 2 when the manifest or the
+plug-in cannot be used, nothing being run. The private temporary folder is
+removed also when the run is ended by SIGINT, SIGTERM or SIGHUP.
 )";
 
 const char kVerifyHelp[] =
@@ -97,8 +126,19 @@ RPM_INVALID_SIGNATURE (2), RPM_INVALID_HASH (3), RPM_INVALID_STRUCTURE (4),
 RPM_ERROR (5). Control characters and bytes that are not UTF-8 in PATH and
 MESSAGE are escaped as \n, \t, \xHH (and \\ for a backslash).
 
+When a package fails, a line of advice per known cause follows on standard
+error ("PATH: no signature: the package is unsigned; ...").
+
 Options:
   --key KEY           the public key file (required)
+  -v, --verbose       show what the key file holds and whether the plug-in
+                      can use it, then under each package every check in
+                      plain words: lead and format, the signature header's
+                      tags, the header SHA-1 (tag 269) and MD5 (tag 1004),
+                      the header (268) and header+payload (1002) signatures
+                      with version, hash, key ID and creation time, each OK,
+                      BAD or MISSING, and the advice ("explain" is the same
+                      command); text output only
   --files-from FILE   also check the packages listed in FILE ("-": standard
                       input), one per line (NUL-separated with -0)
   --recursive DIR     also check every *.rpm under DIR, sorted by path
@@ -115,11 +155,40 @@ Options:
 
 Packages named as arguments come first, then those of --files-from, then
 those of --recursive. On a terminal, standard error shows a progress bar
-that fits its width: done/total, elapsed time and time left.
+that fits its width: done/total, elapsed time and time left. The verdict
+shown is always the plug-in's; the explanation only adds detail.
 
-Exit code: 0 when every package is RPM_SIGNED, 1 otherwise, 2 for usage
-errors (no key, no package, a key file that does not exist, a package list
-that cannot be read, a plug-in that does not load).
+Exit code: 0 every package is RPM_SIGNED; 1 a package failed its signature
+or hash check (RPM_NOT_SIGNED, RPM_INVALID_SIGNATURE, RPM_INVALID_HASH,
+RPM_INVALID_STRUCTURE, or RPM_ERROR for a package that is unsigned, lacks
+the header+payload signature, or whose signature value does not verify); 3
+nothing failed but something could not be checked (a missing or unreadable
+package, a file that is not a package, a key file that is missing or that
+the plug-in cannot use, another RPM_ERROR); 2 usage errors (no key, no
+package, a package list that cannot be read, a plug-in that does not load).
+)";
+
+const char kKeyHelp[] =
+    R"(Usage: signing-host key [--plugin PATH] [--log FILE] [--json] KEYFILE
+
+Shows what the public key file KEYFILE holds (its form, each key's
+fingerprint, key ID, algorithm, size, user IDs and subkeys) and whether the
+plug-in can use it, with advice for each known problem: text before the
+armor, several keys or armor blocks in one file, a binary keyring, a GnuPG
+keybox, a signing subkey, a key that is not RSA, an empty file or an RPM
+package given as the key.
+
+Whether the plug-in can use the key is asked of the plug-in itself: the host
+writes a small probe package into a private temporary folder and calls
+rpm_verify on it with KEYFILE, which also tells the key ID the plug-in
+compares signatures with.
+
+Options:
+  --plugin PATH   the plug-in to load (default: signing.so beside this program)
+  --log FILE      append the plug-in's log lines of the probes to FILE
+  --json          print the result as JSON instead
+
+Exit code: 0 the plug-in can use the key; 3 it cannot; 2 usage errors.
 )";
 
 std::string VersionText() {

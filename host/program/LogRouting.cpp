@@ -17,7 +17,11 @@ LogRouting::LogRouting(const std::string& logFile, std::function<void(const std:
             errno = 0;
             HostLog::WriteToFile(logFile);
         } catch (const std::runtime_error&) {
-            std::string reason = errno != 0 ? std::string(": ") + std::strerror(errno) : std::string();
+            const int error = errno;
+            std::string reason = error == ELOOP
+                                     ? std::string(": it is a symbolic link, which is not followed")
+                                 : error != 0 ? std::string(": ") + std::strerror(error)
+                                              : std::string();
             throw SetupError("cannot open the log file '" + logFile + "'" + reason);
         }
     }

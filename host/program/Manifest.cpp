@@ -1,6 +1,7 @@
 #include "Manifest.h"
 
 #include "ProgramError.h"
+#include "StrictJson.h"
 
 #include <cerrno>
 #include <climits>
@@ -179,7 +180,9 @@ Manifest Manifest::Load(const std::string& path) {
 Manifest Manifest::Parse(const std::string& text, const std::string& origin, const std::string& folder) {
     json document;
     try {
-        document = json::parse(text);
+        document = ParseStrictJson(text);
+    } catch (const StrictJsonError& error) {
+        throw SetupError("the manifest '" + origin + "' " + error.what());
     } catch (const json::parse_error& error) {
         // "[json.exception.parse_error.101] parse error at line 1, ..."
         std::string detail = error.what();
@@ -208,6 +211,21 @@ Manifest Manifest::Parse(const std::string& text, const std::string& origin, con
     if (manifest._SessionValues.count(kManifestFolderVariable) == 0 &&
         manifest._Variables.count(kManifestFolderVariable) == 0) {
         manifest._Variables[kManifestFolderVariable] = folder;
+    }
+    // The plug-in reads "signature" as it is, without expansion; the host
+    // expands "${MANIFEST_DIR}" in it so that a manifest can name a key
+    // beside itself.
+    auto signature = manifest._SessionValues.find("signature");
+    if (signature != manifest._SessionValues.end()) {
+        const std::string marker = std::string("${") + kManifestFolderVariable + "}";
+        auto given = manifest._SessionValues.find(kManifestFolderVariable);
+        if (given == manifest._SessionValues.end()) {
+            given = manifest._Variables.find(kManifestFolderVariable);
+        }
+        for (size_t at = signature->second.find(marker); at != std::string::npos;
+             at = signature->second.find(marker, at + given->second.size())) {
+            signature->second.replace(at, marker.size(), given->second);
+        }
     }
 
     const json& products = check.Require(document, "", "products");

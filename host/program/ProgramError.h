@@ -24,9 +24,20 @@ public:
     explicit SetupError(const std::string& message) : std::runtime_error(message) {}
 };
 
+// 0: every package is signed. 1: a package failed its signature or hash
+// check. 2: usage (nothing was run). 3: something could not be checked (a
+// missing or unreadable package, an unusable key, an error answer).
+// What is needed to check the packages cannot be used (a key file that
+// does not exist): exit code 3.
+class NotCheckedError : public std::runtime_error {
+public:
+    explicit NotCheckedError(const std::string& message) : std::runtime_error(message) {}
+};
+
 constexpr int kExitSuccess = 0;
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
+constexpr int kExitNotChecked = 3;
 
 } // namespace host
 

@@ -4,6 +4,7 @@
 
 #include "CommandLine.h"
 #include "CommonOptions.h"
+#include "ComponentCheck.h"
 #include "HostSession.h"
 #include "LiveOutput.h"
 #include "LogRouting.h"
@@ -12,8 +13,11 @@
 #include "Plugin.h"
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
+#include "RunJsonLines.h"
 #include "RunReport.h"
+#include "RunVerdict.h"
 #include "SafeText.h"
+#include "TemporaryFolder.h"
 
 #include <nlohmann/json.hpp>
 
@@ -23,6 +27,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace host {
@@ -31,52 +36,23 @@ namespace {
 using ValidateFunction = int (*)(session_t*);
 using OrderedJson = nlohmann::ordered_json;
 
-// The temporary folder the host provides when the manifest names none;
-// removed with its content (the downloaded key) after the run.
-class TemporaryFolder {
-public:
-    TemporaryFolder() = default;
-    ~TemporaryFolder() {
-        if (!_Path.empty()) {
-            std::error_code ignored;
-            std::filesystem::remove_all(_Path, ignored);
-        }
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    const std::string& Create() {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern =
-            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/signing-host-XXXXXX";
-        std::vector<char> buffer(pattern.begin(), pattern.end());
-        buffer.push_back('\0');
-        if (mkdtemp(buffer.data()) == nullptr) {
-            throw SetupError("cannot create a temporary folder from '" + pattern +
-                             "': " + std::strerror(errno));
-        }
-        _Path = buffer.data();
-        return _Path;
-    }
-
-private:
-    std::string _Path;
-};
-
 // The listeners of one run; removed before the session and the report go.
 class SessionListening {
 public:
-    SessionListening(HostSession& session, RunReport& report, LiveOutput& live) : _Session(session) {
-        _Session.SetWriteListener([&report, &live](const std::string& key, const std::string& value) {
-            report.OnSessionWrite(key, value);
-            if (key == "operation_progress") {
-                // The first write starts the run; each later one starts the
-                // next component, so the ones before it are done.
-                size_t written = report.ProgressValues().size();
-                live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
-                              report.Components().size());
-            }
-        });
+    SessionListening(HostSession& session, RunReport& report, LiveOutput& live, RunJsonLines& stream)
+        : _Session(session) {
+        _Session.SetWriteListener(
+            [&report, &live, &stream](const std::string& key, const std::string& value) {
+                report.OnSessionWrite(key, value);
+                if (key == "operation_progress") {
+                    // The first write starts the run; each later one starts the
+                    // next component, so the ones before it are done.
+                    size_t written = report.ProgressValues().size();
+                    live.Progress(value, report.CurrentLabel(), written >= 2 ? written - 2 : 0,
+                                  report.Components().size());
+                    stream.WriteDone(report);
+                }
+            });
     }
     ~SessionListening() { _Session.SetWriteListener(nullptr); }
     SessionListening(const SessionListening&) = delete;
@@ -192,30 +168,7 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
     document["result"] = result;
     document["components"] = OrderedJson::array();
     for (const ComponentOutcome& outcome : report.Components()) {
-        OrderedJson item;
-        item["product"] = outcome.product;
-        item["name"] = outcome.name;
-        item["type"] = outcome.type;
-        item["path"] = outcome.path;
-        item["path_is_utf8"] = SafeText::IsUtf8(outcome.path);
-        item["path_bytes"] = SafeText::Base64(outcome.path);
-        // Every component has every field: a component that rpm_verify did
-        // not answer for has status -1 and empty texts.
-        const bool verified = outcome.kind == ComponentOutcome::Kind::Verified;
-        switch (outcome.kind) {
-        case ComponentOutcome::Kind::Verified:
-            item["outcome"] = outcome.status == 0 ? "passed" : "failed";
-            break;
-        case ComponentOutcome::Kind::NotAvailable:
-            item["outcome"] = "not available";
-            break;
-        case ComponentOutcome::Kind::NotChecked:
-            item["outcome"] = "not checked";
-            break;
-        }
-        item["status"] = verified ? outcome.status : -1;
-        item["statusName"] = verified ? RpmStatusName(outcome.status) : "";
-        item["message"] = verified ? outcome.message : "";
+        OrderedJson item = RunJsonLines::ComponentRecord(outcome);
         document["components"].push_back(item);
     }
     document["prerequisites"] = OrderedJson::array();
@@ -236,10 +189,23 @@ void PrintJson(const std::string& manifest, const std::string& plugin, const Hos
     std::printf("%s\n", document.dump(2, ' ', false, OrderedJson::error_handler_t::replace).c_str());
 }
 
+// run --key: the key file as an absolute path, so that the plug-in finds
+// it whatever folder it works in.
+std::string KeyOptionPath(const std::string& key) {
+    struct stat status;
+    if (stat(key.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        throw NotCheckedError("the key file '" + key + "' does not exist or is not a file");
+    }
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(key, error);
+    return error ? key : absolute.lexically_normal().string();
+}
+
 } // namespace
 
 int RunCommand(const std::vector<std::string>& arguments) {
-    CommandLine line(arguments, WithCommonOptions({}));
+    CommandLine line(arguments,
+                     WithCommonOptions({{"--key", true}, {"--strict", false}, {"--json-lines", false}}));
     if (PrintedHelpOrVersion(line, kRunHelp)) {
         return kExitSuccess;
     }
@@ -256,16 +222,29 @@ int RunCommand(const std::vector<std::string>& arguments) {
     Manifest manifest = Manifest::Load(manifestPath);
     Plugin plugin(ChosenPluginPath(line));
     ValidateFunction validate = plugin.Entry<ValidateFunction>("signing_validate_package_list");
+    VerifyFunction verify = plugin.Entry<VerifyFunction>("rpm_verify");
 
     HostSession session;
     manifest.Apply(session);
+    if (line.Has("--key")) {
+        session.SetValue("signature", KeyOptionPath(line.Value("--key")));
+    }
+    const std::vector<ComponentNotice> notices = ComponentCheck::Inspect(session);
+    for (const ComponentNotice& notice : notices) {
+        std::fprintf(stderr, "signing-host run: warning: %s: %s\n", SafeText::Escape(notice.label).c_str(),
+                     SafeText::Escape(notice.problem).c_str());
+    }
     TemporaryFolder temporary;
     if (!session.HasValue("TEMP_FOLDER")) {
         session.SetValue("TEMP_FOLDER", temporary.Create());
     }
 
+    if (line.Has("--json") && line.Has("--json-lines")) {
+        throw UsageError("--json and --json-lines cannot be given together");
+    }
     RunReport report(session);
     LiveOutput live(stderr, LiveOutput::IsTerminal(stderr));
+    RunJsonLines stream(stdout, line.Has("--json-lines"));
     int result;
     {
         const bool quiet = line.Has("--quiet");
@@ -275,7 +254,7 @@ int RunCommand(const std::vector<std::string>& arguments) {
                 live.LogLine(text);
             }
         });
-        SessionListening listening(session, report, live);
+        SessionListening listening(session, report, live, stream);
         try {
             result = validate(&session);
         } catch (const std::exception& error) {
@@ -286,14 +265,18 @@ int RunCommand(const std::vector<std::string>& arguments) {
         live.Finish();
     }
 
-    if (line.Has("--json")) {
+    const bool strict = line.Has("--strict");
+    const RunVerdict verdict = RunJudge::Judge(result, session, report, notices, strict, verify);
+    if (line.Has("--json-lines")) {
+        stream.Finish(report, manifestPath, plugin.Path(), result, verdict.exitCode);
+    } else if (line.Has("--json")) {
         PrintJson(manifestPath, plugin.Path(), session, report, result);
     } else {
         PrintSummary(manifestPath, session, report, result);
+        RunJudge::Print(verdict, strict);
     }
     std::fflush(stdout);
-    // The exit code is the entry point's answer (0 or 1).
-    return result >= 0 && result <= 255 ? result : kExitFailure;
+    return verdict.exitCode;
 }
 
 } // namespace host

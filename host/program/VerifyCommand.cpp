@@ -12,6 +12,8 @@
 #include "Plugin.h"
 #include "ProgramError.h"
 #include "RpmStatusNames.h"
+#include "SafeText.h"
+#include "VerifyExplainer.h"
 #include "VerifyOutput.h"
 #include "WorkerPool.h"
 #include "rpmutil.h"
@@ -23,8 +25,6 @@
 
 namespace host {
 namespace {
-
-using VerifyFunction = RPM_RESULT (*)(const char*, const char*);
 
 constexpr unsigned long kMaxJobs = 1024;
 
@@ -95,7 +95,9 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
                                                    {"--recursive", true},
                                                    {"--jobs", true},
                                                    {"--json-lines", false},
-                                                   {"-0", false}}));
+                                                   {"-0", false},
+                                                   {"-v", false},
+                                                   {"--verbose", false}}));
     if (PrintedHelpOrVersion(line, kVerifyHelp)) {
         return kExitSuccess;
     }
@@ -108,7 +110,7 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
     const std::string key = line.Value("--key");
     struct stat status;
     if (stat(key.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        throw UsageError("the key file '" + key + "' does not exist or is not a file");
+        throw NotCheckedError("the key file '" + key + "' does not exist or is not a file");
     }
     const VerifyOutput::Format format = FormatOf(line);
     const size_t jobs = JobsOf(line);
@@ -126,6 +128,29 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
     });
     VerifyOutput output(stdout, format, line.Has("-0"), plugin.Path(), key);
 
+    // Explanations are made in this process: the key is judged once, and a
+    // package is read again only for an error answer or with -v.
+    const bool verbose = (line.Has("-v") || line.Has("--verbose")) && format == VerifyOutput::Format::Text;
+    VerifyExplainer explainer(verify, key, verbose);
+    if (verbose) {
+        PrintKeyExplanation(stdout, key, explainer.Key());
+    }
+    int exitCode = kExitSuccess;
+    auto explain = [&](const PackageVerdict& verdict) {
+        const ExplainedAnswer explained = explainer.Explain(
+            verdict.path, PluginAnswer{verdict.status, verdict.statusName, verdict.message});
+        exitCode = CombineExitClasses(exitCode, explained.exitClass);
+        if (verbose) {
+            PrintExplanation(stdout, explained);
+            std::fflush(stdout);
+        } else if (format == VerifyOutput::Format::Text) {
+            for (const std::string& advice : explained.advice) {
+                std::fprintf(stderr, "%s: %s\n", SafeText::Escape(verdict.path).c_str(),
+                             SafeText::Escape(advice).c_str());
+            }
+        }
+    };
+
     size_t done = 0;
     auto counted = [&](size_t index) {
         ++done;
@@ -138,7 +163,10 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
     if (jobs <= 1 || packages.size() <= 1) {
         for (size_t index = 0; index < packages.size(); ++index) {
             PackageVerdict verdict = VerifyOne(verify, packages[index], key);
-            live.Above([&] { output.Package(index, verdict); });
+            live.Above([&] {
+                output.Package(index, verdict);
+                explain(verdict);
+            });
             counted(index);
         }
     } else {
@@ -163,14 +191,13 @@ int VerifyCommand(const std::vector<std::string>& arguments) {
                         HostLog::Write(text);
                     }
                     output.Package(index, verdict);
+                    explain(verdict);
                 });
                 counted(index);
             });
     }
     live.Finish();
 
-    const bool allSigned = output.Totals().signedCount == output.Totals().total;
-    const int exitCode = allSigned ? kExitSuccess : kExitFailure;
     output.Finish(exitCode);
     return exitCode;
 }

@@ -185,18 +185,24 @@ void WorkerPool::Run(size_t count, size_t jobs, const Setup& setup, const Task& 
                 }
             }
             std::signal(SIGINT, SIG_IGN);
-            setup();
-            while (true) {
-                size_t index = shared.Next().fetch_add(1);
-                if (index >= count) {
-                    break;
+            // No exception may unwind into the main process's code, which
+            // this process shares up to here.
+            try {
+                setup();
+                while (true) {
+                    size_t index = shared.Next().fetch_add(1);
+                    if (index >= count) {
+                        break;
+                    }
+                    shared.Current(slot).store(index);
+                    PackageVerdict verdict = task(index);
+                    if (!WriteAll(pipeEnds[1], Encode(index, verdict))) {
+                        _exit(1);
+                    }
+                    shared.Current(slot).store(kIdle);
                 }
-                shared.Current(slot).store(index);
-                PackageVerdict verdict = task(index);
-                if (!WriteAll(pipeEnds[1], Encode(index, verdict))) {
-                    _exit(1);
-                }
-                shared.Current(slot).store(kIdle);
+            } catch (...) {
+                _exit(1);
             }
             _exit(0);
         }

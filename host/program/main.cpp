@@ -20,6 +20,8 @@ struct CommandEntry {
 constexpr CommandEntry kCommands[] = {
     {"run", host::RunCommand},
     {"verify", host::VerifyCommand},
+    {"explain", host::ExplainCommand},
+    {"key", host::KeyCommand},
 };
 
 int UsageFailure(const std::string& where, const std::string& message, const std::string& helpCommand) {
@@ -52,6 +54,9 @@ int main(int argc, char** argv) {
             return entry.function(std::vector<std::string>(arguments.begin() + 1, arguments.end()));
         } catch (const host::UsageError& error) {
             return UsageFailure(where, error.what(), where);
+        } catch (const host::NotCheckedError& error) {
+            std::fprintf(stderr, "%s: %s\n", where.c_str(), error.what());
+            return host::kExitNotChecked;
         } catch (const host::SetupError& error) {
             std::fprintf(stderr, "%s: %s\n", where.c_str(), error.what());
             return host::kExitUsage;
@@ -62,8 +67,10 @@ int main(int argc, char** argv) {
     }
     if (!command.empty() && command[0] == '-') {
         return UsageFailure(
-            kProgram, "unknown option '" + command + "' (a command comes first: run or verify)", kProgram);
+            kProgram, "unknown option '" + command + "' (a command comes first: run, verify, explain or key)",
+            kProgram);
     }
-    return UsageFailure(kProgram, "unknown command '" + command + "' (the commands are run and verify)",
+    return UsageFailure(kProgram,
+                        "unknown command '" + command + "' (the commands are run, verify, explain and key)",
                         kProgram);
 }

@@ -3,11 +3,14 @@
 
 #include "session.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <fcntl.h>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace host {
 namespace {
@@ -41,7 +44,15 @@ void HostLog::WriteToStandardError() {
 }
 
 void HostLog::WriteToFile(const std::string& path) {
-    std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "a"));
+    // A log may be written under a shared folder: a symbolic link planted
+    // at its name is refused, and a new log is readable by its owner only.
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600);
+    std::unique_ptr<std::FILE, FileCloser> file(descriptor >= 0 ? fdopen(descriptor, "a") : nullptr);
+    if (!file && descriptor >= 0) {
+        const int reason = errno;
+        close(descriptor);
+        errno = reason;
+    }
     if (!file) {
         throw std::runtime_error("cannot open the log file " + path);
     }

@@ -14,7 +14,8 @@ namespace host {
 class HostLog {
 public:
     // Where lines go besides the in-memory capture. Standard error is the
-    // default; a log file is opened for appending.
+    // default; a log file is opened for appending (never through a symbolic
+    // link; a new one gets mode 0600).
     static void WriteToStandardError();
     static void WriteToFile(const std::string& path); // throws std::runtime_error when it cannot be opened
     static void WriteNowhere();

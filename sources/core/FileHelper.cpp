@@ -32,6 +32,21 @@ constexpr unsigned long kBufferSize = 65536;
 // buffer of more than this can never be read or written in one piece.
 constexpr unsigned long kMaxTransfer = 0x7ffff000UL;
 
+// Reads length bytes at position, going on after a short read: network and
+// FUSE file systems may answer with less than asked before the end of the
+// file. Stops at the end of the file (a read of 0) or at a failed read;
+// bytes not delivered stay as they were in the buffer.
+void ReadUntilEnd(const FileHelper& file, char* buffer, unsigned long position, unsigned long length) {
+    unsigned long total = 0;
+    while (total < length) {
+        const long count = file.Read(buffer + total, position + total, length - total);
+        if (count <= 0) {
+            return;
+        }
+        total += static_cast<unsigned long>(count);
+    }
+}
+
 // Positions below this are inside what every file system allows a file to
 // reach, so a positional read there fails exactly when a seek and a read would.
 constexpr unsigned long kPositionalReadLimit = 0x80000000UL;
@@ -230,7 +245,7 @@ char FileHelper::GetUInt8(unsigned long position) const {
         return 0;
     }
     // A short read leaves the earlier bytes of the value buffer in place.
-    Read(reinterpret_cast<char*>(_Value), position, 1);
+    ReadUntilEnd(*this, reinterpret_cast<char*>(_Value), position, 1);
     return static_cast<char>(_Value[0]);
 }
 
@@ -238,7 +253,7 @@ uint16_t FileHelper::GetUInt16(unsigned long position) const {
     if (_IsFolder) {
         return 0;
     }
-    Read(reinterpret_cast<char*>(_Value), position, sizeof(uint16_t));
+    ReadUntilEnd(*this, reinterpret_cast<char*>(_Value), position, sizeof(uint16_t));
     uint16_t value;
     std::memcpy(&value, _Value, sizeof(value));
     return value;
@@ -248,7 +263,7 @@ uint32_t FileHelper::GetUInt32(unsigned long position) const {
     if (_IsFolder) {
         return 0;
     }
-    Read(reinterpret_cast<char*>(_Value), position, sizeof(uint32_t));
+    ReadUntilEnd(*this, reinterpret_cast<char*>(_Value), position, sizeof(uint32_t));
     uint32_t value;
     std::memcpy(&value, _Value, sizeof(value));
     return value;
@@ -258,7 +273,7 @@ uint64_t FileHelper::GetUInt64(unsigned long position) const {
     if (_IsFolder) {
         return 0;
     }
-    Read(reinterpret_cast<char*>(_Value), position, sizeof(uint64_t));
+    ReadUntilEnd(*this, reinterpret_cast<char*>(_Value), position, sizeof(uint64_t));
     uint64_t value;
     std::memcpy(&value, _Value, sizeof(value));
     return value;
@@ -311,7 +326,7 @@ void FileHelper::CopyData(FileHelper* target, unsigned long from, unsigned long 
     }
     // Bytes the read does not deliver are written as zeros.
     std::vector<char> buffer(length);
-    Read(buffer.data(), from, length);
+    ReadUntilEnd(*this, buffer.data(), from, length);
     target->WriteBlock(buffer.data(), length);
 }
 

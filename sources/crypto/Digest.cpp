@@ -2,6 +2,7 @@
 
 #include "ContractTexts.h"
 #include "Exceptions.h"
+#include "OpenSsl.h"
 
 #include <cstring>
 
@@ -41,6 +42,7 @@ const EVP_MD* FetchedMd(soapWrap::HashAlgorithm type, const EVP_MD* md) {
 } // namespace
 
 Digest::Digest(soapWrap::HashAlgorithm type) : DigestBase(type), _Md(nullptr), _Context() {
+    crypto::RequireOpenSsl();
     _Md = GetMd(type);
     if (_Md == nullptr) {
         throw DigestException(contract::kDigestCannotCreate + GetTypeName() + contract::kDigestTypeEnd);

@@ -110,18 +110,30 @@ RSA* SharedKey(const unsigned char* modulus, int modulusLength, const unsigned c
     static auto* entries = new std::array<Entry, 4>{};
     static size_t next = 0;
 
-    std::string id(4, '\0');
-    StoreBigEndian32(reinterpret_cast<unsigned char*>(&id[0]), static_cast<uint32_t>(modulusLength));
-    id.append(reinterpret_cast<const char*>(modulus), static_cast<size_t>(modulusLength));
-    id.append(reinterpret_cast<const char*>(exponent), static_cast<size_t>(exponentLength));
+    unsigned char lengthBytes[4];
+    StoreBigEndian32(lengthBytes, static_cast<uint32_t>(modulusLength));
+    const size_t modulusSize = static_cast<size_t>(modulusLength);
+    const size_t exponentSize = static_cast<size_t>(exponentLength);
+    // Compared piece by piece, so that finding a kept key allocates nothing.
+    auto matches = [&](const std::string& id) {
+        return id.size() == sizeof(lengthBytes) + modulusSize + exponentSize &&
+               std::memcmp(id.data(), lengthBytes, sizeof(lengthBytes)) == 0 &&
+               (modulusSize == 0 ||
+                std::memcmp(id.data() + sizeof(lengthBytes), modulus, modulusSize) == 0) &&
+               (exponentSize == 0 ||
+                std::memcmp(id.data() + sizeof(lengthBytes) + modulusSize, exponent, exponentSize) == 0);
+    };
 
     std::lock_guard<std::mutex> guard(lock);
     SIGNING_ALLOW_DEPRECATED_BEGIN
     for (const Entry& entry : *entries) {
-        if (entry.key != nullptr && entry.id == id) {
+        if (entry.key != nullptr && matches(entry.id)) {
             return RSA_up_ref(entry.key) == 1 ? entry.key : nullptr;
         }
     }
+    std::string id(reinterpret_cast<const char*>(lengthBytes), sizeof(lengthBytes));
+    id.append(reinterpret_cast<const char*>(modulus), modulusSize);
+    id.append(reinterpret_cast<const char*>(exponent), exponentSize);
     RsaPtr key(MakeKey(BignumFromBytes(modulus, modulusLength), BignumFromBytes(exponent, exponentLength)));
     if (!key || RSA_up_ref(key.get()) != 1) {
         return nullptr;
@@ -162,14 +174,24 @@ int RsaCsp::Verify(int nid, const unsigned char* digest, unsigned int digestLeng
     }
     // An OpenPGP MPI drops leading zero bytes, so a valid signature can be
     // shorter than the modulus; RSA_verify wants exactly the modulus length.
-    std::vector<unsigned char> padded(modulusLength, 0);
-    std::copy(signature, signature + signatureLength, padded.end() - signatureLength);
+    // Moduli up to 8192 bits are padded on the stack.
+    unsigned char stackPadded[1024];
+    std::vector<unsigned char> heapPadded;
+    unsigned char* padded = stackPadded;
+    if (modulusLength > sizeof(stackPadded)) {
+        heapPadded.resize(modulusLength);
+        padded = heapPadded.data();
+    }
+    std::memset(padded, 0, modulusLength - signatureLength);
+    if (signatureLength > 0) {
+        std::memcpy(padded + (modulusLength - signatureLength), signature, signatureLength);
+    }
 
     // Errors of a failed check are not reported from here: leave the
     // thread's error queue as it was.
     ERR_set_mark();
     SIGNING_ALLOW_DEPRECATED_BEGIN
-    int result = RSA_verify(nid, digest, digestLength, padded.data(), modulusLength, _Key);
+    int result = RSA_verify(nid, digest, digestLength, padded, modulusLength, _Key);
     SIGNING_ALLOW_DEPRECATED_END
     ERR_pop_to_mark();
     return result == 1 ? 1 : 0;

@@ -164,6 +164,16 @@ DigestBase* PgpSignature::UpdateHash() const {
 }
 
 ProcessingResult PgpSignature::Verify(std::string& message) const {
+    // A version-3 signature hashes exactly its type and creation time. Any
+    // other hashed length would let bytes move between the signed data and
+    // the packet (a length of 0 with those 5 bytes appended to the data
+    // verifies just the same), so such a packet is never checked.
+    if (_SignatureData->GetVersion() == PgpSignatureVersion3 &&
+        _SignatureData->GetHashedLength() != kVersion3HashedLength) {
+        throw DataFormatException(
+            "OpenPGP signature packet: a version 3 signature hashes exactly 5 bytes, not " +
+            std::to_string(_SignatureData->GetHashedLength()));
+    }
     std::unique_ptr<DigestBase> digest(UpdateHash());
     const unsigned int length = digest->GetLength();
     const unsigned char* value = digest->GetValue();

@@ -4,6 +4,7 @@
 #include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
+#include "OpenSsl.h"
 #include "RpmSignerCreator.h"
 #include "Signature.h"
 #include "Signer.h"
@@ -66,6 +67,7 @@ extern "C" RPM_RESULT rpm_verify(const char* file, const char* keyfile) {
 
     std::unique_ptr<FileHelper> package;
     try {
+        crypto::RequireOpenSsl();
         CertificateManager* store = CertificateManager::Acquire();
         store->SetPgpPublicKeyFilePath(keyPath);
         package.reset(new FileHelper(packagePath));

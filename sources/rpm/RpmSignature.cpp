@@ -5,9 +5,11 @@
 #include "DigestSlot.h"
 #include "Exceptions.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <sstream>
+#include <vector>
 
 namespace {
 
@@ -29,6 +31,79 @@ std::string TagText(uint32_t tag) {
     return std::to_string(tag);
 }
 
+// Refuses a signature header whose entries that verification reads (the
+// signatures 268 and 1002, the SHA-1 text 269, the MD5 value 1004) share
+// data bytes. Shared bytes let one blob be parsed again and again (254
+// signature entries over one large blob cost 254 parses of it); with
+// separate regions the parse work of all entries together is bounded by the
+// store's size. The SHA-1 text is looked for only up to the next region, so
+// this check is linear too. The data of other entries is never read, and
+// their regions are not looked at, nor are regions that leave the store.
+// Entries are still in file byte order.
+void RequireSeparateRegions(const unsigned char* index, uint32_t indexCount, const unsigned char* store,
+                            uint32_t storeSize) {
+    struct Region {
+        uint64_t begin;
+        uint64_t end;
+        uint32_t tag;
+    };
+    std::vector<Region> regions;
+    regions.reserve(indexCount);
+    for (uint32_t i = 0; i < indexCount; ++i) {
+        const unsigned char* raw = index + static_cast<size_t>(i) * kEntrySize;
+        Region region{LoadBigEndian32(raw + 8), 0, LoadBigEndian32(raw)};
+        switch (region.tag) {
+        case kTagHeaderSignature:
+        case kTagPayloadSignature:
+            region.end = region.begin + LoadBigEndian32(raw + 12);
+            break;
+        case kTagMd5Hash:
+            region.end = region.begin + kMd5Length;
+            break;
+        case kTagSha1HeaderHash:
+            region.end = region.begin + 1; // measured below
+            break;
+        default:
+            continue;
+        }
+        // Data outside the store is refused by the walk itself, with its own text.
+        if (region.end > region.begin && region.end <= storeSize) {
+            regions.push_back(region);
+        }
+    }
+    std::sort(regions.begin(), regions.end(),
+              [](const Region& a, const Region& b) { return a.begin < b.begin; });
+    uint64_t reached = 0;
+    const Region* reachedBy = nullptr;
+    for (size_t i = 0; i < regions.size(); ++i) {
+        Region& region = regions[i];
+        if (region.tag == kTagSha1HeaderHash) {
+            // The text ends at its NUL, which must come before the next region.
+            const uint64_t limit =
+                std::min<uint64_t>(i + 1 < regions.size() ? regions[i + 1].begin : storeSize, storeSize);
+            const void* nul = limit > region.begin
+                                  ? std::memchr(store + region.begin, '\0', limit - region.begin)
+                                  : nullptr;
+            // An unterminated text runs into the next region (or to the store's end).
+            region.end = nul != nullptr
+                             ? static_cast<uint64_t>(static_cast<const unsigned char*>(nul) - store) + 1
+                             : limit + (limit < storeSize ? 1 : 0);
+            region.end = std::max(region.end, region.begin + 1);
+        }
+        if (reachedBy != nullptr && region.begin < reached) {
+            throw InvalidFileStructureException(
+                "Signature section: the data of tag " + TagText(region.tag) + " (offset " +
+                std::to_string(region.begin) + ") overlaps the data of tag " + TagText(reachedBy->tag) +
+                " (offset " + std::to_string(reachedBy->begin) + ", " +
+                std::to_string(reachedBy->end - reachedBy->begin) + " bytes).");
+        }
+        if (region.end > reached) {
+            reached = region.end;
+            reachedBy = &region;
+        }
+    }
+}
+
 } // namespace
 
 RpmSignature::RpmSignature(void* entries, const HeaderStructureHeader& header)
@@ -46,6 +121,7 @@ RpmSignature::RpmSignature(void* entries, const HeaderStructureHeader& header)
     auto* buffer = static_cast<unsigned char*>(entries);
     unsigned char* store = buffer + static_cast<size_t>(indexCount) * kEntrySize;
     const uint32_t storeSize = header.dataSize;
+    RequireSeparateRegions(buffer, indexCount, store, storeSize);
 
     try {
         for (uint8_t index = 0; index < indexCount; ++index) {

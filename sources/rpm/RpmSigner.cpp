@@ -33,6 +33,14 @@ constexpr uint64_t kMainHeaderAlignment = 8;
 // The first signature-header entry must be the header-signatures region (tag 62).
 constexpr unsigned char kFirstSignatureTag[4] = {0x00, 0x00, 0x00, 0x3E};
 
+// The signature header holds a few digests and signatures, a few KiB in a
+// real package. Its data store is capped as rpm caps it (64 MiB), and its
+// index at what the container walks (255 entries), so that a file claiming
+// a huge header (a sparse file of GBs needs only KBs of disk) cannot make
+// the parser allocate more.
+constexpr uint32_t kMaxSignatureDataSize = 64u * 1024 * 1024;
+constexpr uint32_t kMaxSignatureIndexCount = 255;
+
 // Reads up to length bytes at position, retrying short reads until the end
 // of the file; answers the count read.
 uint64_t ReadFully(const FileHelper& file, unsigned long position, unsigned char* buffer, uint64_t length) {
@@ -80,6 +88,56 @@ char* ChunkBuffer(unsigned long size) {
     return buffer.get();
 }
 
+// The verdict of a package whose every check passed.
+constexpr int kProcessingValid = 1;
+
+// Signature-header tags of the two OpenPGP signatures.
+constexpr uint32_t kTagHeaderSignature = 268;
+constexpr uint32_t kTagPayloadSignature = 1002;
+
+// A valid header-and-payload signature proves something about the payload
+// only when it covers payload bytes. Two forgeries pass every signature
+// check without that: a payload-less package whose tag-1002 blob is a copy
+// of the header-only signature (both then sign the main header alone), and
+// any package without a payload at all. Both are refused here, after every
+// other check has had its say.
+// The entries are in host order by now (the tag stays in file order), and
+// each signature blob lies inside the data store: the container checked it.
+void RequirePayloadCoverage(const FileHelper& file, uint64_t mainHeaderOffset, const unsigned char* index,
+                            uint32_t indexCount) {
+    const unsigned char* store = index + kIndexEntrySize * indexCount;
+    const unsigned char* headerBlob = nullptr;
+    uint32_t headerBlobLength = 0;
+    std::vector<std::pair<const unsigned char*, uint32_t>> payloadBlobs;
+    for (uint32_t i = 0; i < indexCount; ++i) {
+        SignatureEntry entry;
+        std::memcpy(&entry, index + kIndexEntrySize * i, sizeof(entry));
+        const uint32_t tag = LoadBigEndian32(reinterpret_cast<const unsigned char*>(&entry.tag));
+        if (tag == kTagHeaderSignature) {
+            headerBlob = store + entry.offset;
+            headerBlobLength = entry.count;
+        } else if (tag == kTagPayloadSignature) {
+            payloadBlobs.emplace_back(store + entry.offset, entry.count);
+        }
+    }
+    for (const auto& blob : payloadBlobs) {
+        if (headerBlob != nullptr && blob.second == headerBlobLength &&
+            std::memcmp(blob.first, headerBlob, headerBlobLength) == 0) {
+            throw DataFormatException("Signature section: the header-and-payload signature (tag 1002) is a "
+                                      "copy of the header-only signature (tag 268).");
+        }
+    }
+
+    unsigned char record[kHeaderRecordSize];
+    ReadHeaderRecord(file, mainHeaderOffset, record);
+    const uint64_t headerEnd = mainHeaderOffset + kHeaderRecordSize +
+                               kIndexEntrySize * LoadBigEndian32(record + 8) + LoadBigEndian32(record + 12);
+    if (SizeOf(file) <= headerEnd) {
+        throw InvalidFileStructureException("The package has no payload: its header-and-payload signature "
+                                            "covers no payload byte.");
+    }
+}
+
 } // namespace
 
 RpmSigner::RpmSigner(unsigned int mode) : _SignatureHeader(nullptr), _EntryCount(0), _Flag(1) {
@@ -102,7 +160,11 @@ int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
         unsigned long mainHeaderOffset = 0;
         std::unique_ptr<RpmSignature> signature(ParseSignature(mainHeaderOffset, copy));
         PassDigestsToSignature(signature.get(), mainHeaderOffset, copy);
-        return signature->Verify(message);
+        const int verdict = signature->Verify(message);
+        if (verdict == kProcessingValid) {
+            RequirePayloadCoverage(*_File, mainHeaderOffset, _SignatureHeader, _EntryCount);
+        }
+        return verdict;
     } catch (const std::exception& error) {
         message = error.what();
         return ProcessingError;
@@ -153,6 +215,17 @@ RpmSignature* RpmSigner::ParseSignature(unsigned long& mainHeaderOffset, bool co
                                             std::to_string(header.indexCount) + " index entries and " +
                                             std::to_string(header.dataSize) +
                                             " bytes of data, more than the file holds.");
+    }
+
+    if (header.indexCount > kMaxSignatureIndexCount) {
+        throw InvalidFileStructureException("Signature section: the signature header has " +
+                                            std::to_string(header.indexCount) +
+                                            " index entries; at most 255 are supported.");
+    }
+    if (header.dataSize > kMaxSignatureDataSize) {
+        throw InvalidFileStructureException("Signature section: the signature header claims " +
+                                            std::to_string(header.dataSize) +
+                                            " bytes of data; at most 67108864 (64 MiB) are accepted.");
     }
 
     _EntryCount = header.indexCount;
@@ -213,19 +286,20 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     std::unique_ptr<DigestBase> packageDigest;
     std::unique_ptr<DigestBase> packageSpare;
     {
-        std::vector<unsigned char> largeHeader;
-        unsigned char* mainHeader = reinterpret_cast<unsigned char*>(chunk);
-        if (headerSize > chunkSize) {
-            largeHeader.resize(headerSize);
-            mainHeader = largeHeader.data();
-        }
-        if (ReadFully(file, mainHeaderOffset, mainHeader, headerSize) != headerSize) {
-            throw InvalidFileStructureException("Header section: the file ends inside the main header.");
-        }
+        // Streamed through the chunk buffer: memory stays one chunk whatever
+        // size the header claims, and the digests are those of the whole header.
         std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
         std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
-        headerSha1->Update(mainHeader, headerSize);
-        headerDigest->Update(mainHeader, headerSize);
+        unsigned char* piece = reinterpret_cast<unsigned char*>(chunk);
+        for (uint64_t done = 0; done < headerSize;) {
+            const uint64_t length = std::min<uint64_t>(chunkSize, headerSize - done);
+            if (ReadFully(file, mainHeaderOffset + done, piece, length) != length) {
+                throw InvalidFileStructureException("Header section: the file ends inside the main header.");
+            }
+            headerSha1->Update(piece, length);
+            headerDigest->Update(piece, length);
+            done += length;
+        }
         // The spare SHA-1 of the header equals the first; it is copied, not hashed again.
         std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
         // The container owns them from here on.
@@ -251,6 +325,11 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     // the copies above every byte after the main header.
     std::unique_ptr<DigestBase> packageMd5(new Digest(soapWrap::MD5));
     uint64_t headerLeft = headerSize;
+    // A short read is not the end of the file (network and FUSE file
+    // systems answer with less than asked): the pass goes on after one until
+    // it reaches the file's size or a read gives nothing. A full chunk is
+    // followed by one more read, so a region of an exact multiple of the
+    // chunk size ends with an empty read.
     uint64_t offset = mainHeaderOffset;
     long count = 0;
     do {
@@ -272,7 +351,7 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
             _OutputFile->WriteBlock(chunk, length);
         }
         offset += static_cast<uint64_t>(count);
-    } while (static_cast<unsigned long>(count) == chunkSize);
+    } while (static_cast<unsigned long>(count) == chunkSize || (count != 0 && offset < fileSize));
 
     signature->SetDigest(kSlotPackageMd5, packageMd5.get());
     packageMd5.release();

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <poll.h>
@@ -244,6 +245,81 @@ TEST_F(HostProgramTest, RunJsonGivesEveryComponentTheSameFields) {
     EXPECT_EQ(gone["statusName"], "");
     EXPECT_EQ(gone["message"], "");
     EXPECT_EQ(gone["path_bytes"], Base64Of(testsupport::Fixture("rpm") + "/absent.rpm"));
+}
+
+// run --json-lines: one record per component, written when the plug-in has
+// moved on to the next one, the same objects as run --json, then a summary.
+TEST_F(HostProgramTest, RunJsonLinesStreamsEveryComponent) {
+    std::string slow = _Work.File("slow.rpm");
+    testsupport::WriteFile(slow, ReadFile(Package("signed-rsa2048-sha256.rpm")));
+    ASSERT_EQ(truncate(slow.c_str(), 256L << 20), 0);
+    json components =
+        json::array({Component("first", "signed-rsa2048-sha256.rpm"), Component("gone", "absent.rpm"),
+                     Component("tampered", "tampered-payload.rpm"),
+                     json{{"name", "slow"},
+                          {"type", "rpm"},
+                          {"packageFolder", _Work.Path()},
+                          {"packageFile", "slow.rpm"}}});
+    std::string manifest = WriteManifest(Manifest(components, json{{"signature", Key()}}));
+
+    FILE* pipe = popen((hosttest::HostCommand({"run", "--json-lines", manifest}) + " 2>" +
+                        ShellQuote(_Work.File("run-err.txt")))
+                           .c_str(),
+                       "r");
+    ASSERT_NE(pipe, nullptr);
+    const int descriptor = fileno(pipe);
+    std::string received;
+    char buffer[4096];
+    // The first three records come while the slow package is being read.
+    while (std::count(received.begin(), received.end(), '\n') < 3) {
+        ssize_t got = read(descriptor, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        received.append(buffer, static_cast<size_t>(got));
+    }
+    pollfd waiting{descriptor, POLLIN, 0};
+    int ready = poll(&waiting, 1, 100);
+    while (true) {
+        ssize_t got = read(descriptor, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        received.append(buffer, static_cast<size_t>(got));
+    }
+    int status = pclose(pipe);
+    EXPECT_EQ(ready, 0) << "the slow component's record came with the others"
+                        << ReadFile(_Work.File("run-err.txt"));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
+
+    HostResult whole = Host({"run", "--json", manifest});
+    json document = json::parse(whole.out);
+    std::vector<std::string> lines = SplitRecords(received);
+    ASSERT_EQ(lines.size(), 5u) << received;
+    for (size_t index = 0; index < 4; ++index) {
+        json expected = json{{"schema", 1}, {"record", "component"}, {"index", index}};
+        for (auto field = document["components"][index].begin(); field != document["components"][index].end();
+             ++field) {
+            expected[field.key()] = field.value();
+        }
+        EXPECT_EQ(json::parse(lines[index]), expected) << index;
+    }
+    EXPECT_EQ(json::parse(lines[0])["outcome"], "passed");
+    EXPECT_EQ(json::parse(lines[1])["outcome"], "not available");
+    EXPECT_EQ(json::parse(lines[2])["statusName"], "RPM_INVALID_HASH");
+    EXPECT_EQ(json::parse(lines[3])["statusName"], "RPM_INVALID_HASH");
+    EXPECT_EQ(json::parse(lines[4]), (json{{"schema", 1},
+                                           {"record", "summary"},
+                                           {"command", "run"},
+                                           {"manifest", manifest},
+                                           {"plugin", testsupport::PluginPath()},
+                                           {"result", 1},
+                                           {"total", 4},
+                                           {"passed", 1},
+                                           {"failed", 2},
+                                           {"not_available", 1},
+                                           {"not_checked", 0},
+                                           {"exit_code", 1}}));
 }
 
 } // namespace

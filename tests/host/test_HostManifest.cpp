@@ -112,7 +112,7 @@ TEST_F(HostProgramTest, ManifestExampleOfTheReadmeIsAccepted) {
     // fallback, so the run ends with the validate warning.
     HostResult result = Host({"run", "--json", path}, "PATH=" + ShellQuote(ToolsOnly({})));
 
-    ASSERT_EQ(result.exitCode, 1) << result.err;
+    ASSERT_EQ(result.exitCode, 3) << result.err;
     json document = json::parse(result.out);
     EXPECT_EQ(document["components"].size(), 3u);
     EXPECT_EQ(document["session"]["signature"], _Work.Path() + "/release.asc");

@@ -10,14 +10,14 @@
 
 using namespace hostprogram;
 
-TEST_F(HostProgramTest, RunWithoutObtainableKeyRecordsADownloadWarningAndExitsOne) {
+TEST_F(HostProgramTest, RunWithoutObtainableKeyRecordsADownloadWarningAndExitsThree) {
     std::string manifest =
         WriteManifest(Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")})));
 
     // Neither `which` nor a download tool: no key location at all.
     HostResult result = Host({"run", manifest}, "PATH=" + ShellQuote(ToolsOnly({})));
 
-    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_EQ(result.exitCode, 3) << result.err;
     EXPECT_EQ(
         LinesOf(result.out),
         (std::vector<std::string>{
@@ -31,6 +31,7 @@ TEST_F(HostProgramTest, RunWithoutObtainableKeyRecordsADownloadWarningAndExitsOn
             "the service did not answer, or no local key is configured), so no package signature was "
             "checked. [SIGNING_prereq_war_signing_check_download_full_desc]",
             "Result: 1 - no valid public key was obtained, so no package was checked",
+            "Exit code: 3 - nothing failed, but something could not be checked",
         }));
     EXPECT_EQ(PluginLogLines(result.err),
               (std::vector<std::string>{"signing_validate_package_list: started",
@@ -49,7 +50,7 @@ TEST_F(HostProgramTest, RunWithRefusedDownloadAsJsonShowsTheWarningEntries) {
 
     HostResult result = Host({"run", "--json", manifest});
 
-    ASSERT_EQ(result.exitCode, 1) << result.err;
+    ASSERT_EQ(result.exitCode, 3) << result.err;
     json document = json::parse(result.out);
     EXPECT_EQ(document["components"][0]["outcome"], "not checked");
     EXPECT_EQ(document["progress"], json::array({"0"}));
@@ -77,7 +78,7 @@ TEST_F(HostProgramTest, RunWithKeyFilesHoldingAUrlRecordsAValidateWarning) {
 
     HostResult result = Host({"run", path});
 
-    EXPECT_EQ(result.exitCode, 1) << result.err;
+    EXPECT_EQ(result.exitCode, 3) << result.err;
     EXPECT_TRUE(HasLine(result.out, "Prerequisites (SIGNIFICANCE \";0\"):")) << result.out;
     EXPECT_TRUE(HasLine(result.out, "  warning  The public key is not valid. "
                                     "[SIGNING_prereq_war_signing_check_validate_short_desc]"))

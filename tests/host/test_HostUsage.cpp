@@ -21,8 +21,9 @@ TEST_F(HostProgramTest, UnknownCommandIsAUsageError) {
     HostResult result = Host({"install", "x.json"});
 
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.err, "signing-host: unknown command 'install' (the commands are run and verify)\n"
-                          "Try 'signing-host --help'.\n");
+    EXPECT_EQ(result.err,
+              "signing-host: unknown command 'install' (the commands are run, verify, explain and key)\n"
+              "Try 'signing-host --help'.\n");
     EXPECT_EQ(result.out, "");
 }
 
@@ -44,7 +45,10 @@ TEST_F(HostProgramTest, HelpAndVersion) {
     EXPECT_EQ(help.out.rfind("Usage: signing-host COMMAND [OPTIONS] ARGUMENTS...\n", 0), 0u) << help.out;
     EXPECT_EQ(runHelp.exitCode, 0);
     EXPECT_EQ(
-        runHelp.out.rfind("Usage: signing-host run [--plugin PATH] [--log FILE] [--json] MANIFEST\n", 0), 0u);
+        runHelp.out.rfind("Usage: signing-host run [--key KEY] [--strict] [--plugin PATH] [--log FILE]\n"
+                          "                        [--json | --json-lines] [--quiet] MANIFEST\n",
+                          0),
+        0u);
     EXPECT_TRUE(Contains(runHelp.out, "\"packageFolder\""));
     EXPECT_EQ(verifyHelp.exitCode, 0);
     EXPECT_EQ(verifyHelp.out.rfind("Usage: signing-host verify --key KEY", 0), 0u);

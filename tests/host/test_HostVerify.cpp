@@ -103,9 +103,10 @@ TEST_F(HostProgramTest, VerifyUsageErrors) {
     EXPECT_EQ(noPackage.err,
               "signing-host verify: no package given: name at least one package file after the "
               "options\nTry 'signing-host verify --help'.\n");
-    EXPECT_EQ(missingKey.exitCode, 2);
+    // The command line is right, but nothing can be checked without the key.
+    EXPECT_EQ(missingKey.exitCode, 3);
     EXPECT_EQ(missingKey.err, "signing-host verify: the key file '" + _Work.File("absent.asc") +
-                                  "' does not exist or is not a file\nTry 'signing-host verify --help'.\n");
+                                  "' does not exist or is not a file\n");
     EXPECT_EQ(keyWithoutValue.exitCode, 2);
     EXPECT_EQ(keyWithoutValue.err,
               "signing-host verify: option '--key' needs a value\nTry 'signing-host verify --help'.\n");

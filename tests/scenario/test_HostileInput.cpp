@@ -5,6 +5,7 @@
 // Lengths that lie (index counts, data sizes, entry offsets, packet lengths,
 // MPI bit counts, a huge Base64 body) must be refused quickly with a clear
 // text and with memory bounded by the input's size.
+#include "PackageLayout.h"
 #include "TestSupport.h"
 
 #include "Base64.h"
@@ -24,6 +25,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
+#include <initializer_list>
 #include <memory>
 #include <unistd.h>
 
@@ -41,52 +43,9 @@ using testsupport::kSanitized;
 const char* const kStatusNames[] = {"signed",       "not signed",        "invalid signature",
                                     "invalid hash", "invalid structure", "error"};
 
-uint32_t Be32(const std::string& bytes, size_t at) {
-    return LoadBigEndian32(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
-}
-
-void PutBe32(std::string& bytes, size_t at, uint32_t value) {
-    StoreBigEndian32(reinterpret_cast<unsigned char*>(&bytes[at]), value);
-}
-
-// The layout of a package as far as the verification reads it.
-struct PackageLayout {
-    uint32_t signatureCount = 0;
-    uint32_t signatureDataSize = 0;
-    size_t signatureStore = 0; // file offset of the signature data store
-    size_t mainHeader = 0;     // M
-    size_t mainHeaderEnd = 0;
-
-    explicit PackageLayout(const std::string& package) {
-        signatureCount = Be32(package, 104);
-        signatureDataSize = Be32(package, 108);
-        signatureStore = 112 + 16 * size_t(signatureCount);
-        mainHeader = (signatureStore + signatureDataSize + 7) / 8 * 8;
-        mainHeaderEnd =
-            mainHeader + 16 + 16 * size_t(Be32(package, mainHeader + 8)) + Be32(package, mainHeader + 12);
-    }
-
-    // File offset of the index entry of a tag, or 0.
-    size_t EntryOf(const std::string& package, uint32_t tag) const {
-        for (uint32_t i = 0; i < signatureCount; ++i) {
-            if (Be32(package, 112 + 16 * i) == tag) {
-                return 112 + 16 * i;
-            }
-        }
-        return 0;
-    }
-
-    // File offsets [first, last) of the data of a signature-header tag: the
-    // given length, or the entry's count of bytes.
-    std::pair<size_t, size_t> DataOf(const std::string& package, uint32_t tag, size_t length = 0) const {
-        const size_t entry = EntryOf(package, tag);
-        if (entry == 0) {
-            throw std::runtime_error("the package has no signature-header tag " + std::to_string(tag));
-        }
-        const size_t first = signatureStore + Be32(package, entry + 8);
-        return {first, first + (length != 0 ? length : Be32(package, entry + 12))};
-    }
-};
+using testsupport::Be32;
+using testsupport::PackageLayout;
+using testsupport::PutBe32;
 
 bool InAnyRange(const std::vector<std::pair<size_t, size_t>>& ranges, size_t at) {
     for (const auto& range : ranges) {
@@ -315,6 +274,27 @@ protected:
         _Package = ReadFile(Fixture("rpm/signed-rsa2048-sha256.rpm"));
         _Key = ReadFile(Fixture("keys/rsa2048.asc"));
         _KeyPath = Fixture("keys/rsa2048.asc");
+    }
+
+    // Each bit count written at `at` of the bytes (the package, or the key's
+    // packets, armored) makes an MPI longer than its buffer: refused.
+    void ExpectBitCountsRefused(const std::string& bytes, size_t at, std::initializer_list<uint16_t> counts,
+                                bool key) {
+        const std::string path = _Dir.File(key ? "key.asc" : "package.rpm");
+        for (uint16_t bits : counts) {
+            std::string mutated = bytes;
+            mutated[at] = static_cast<char>(bits >> 8);
+            mutated[at + 1] = static_cast<char>(bits & 0xFF);
+            WriteFile(path, key ? Armor(mutated) : mutated);
+            const ProcessOutcome outcome =
+                key ? ProcessPackage(Fixture("rpm/signed-rsa2048-sha256.rpm"), path)
+                    : ProcessPackage(path, _KeyPath);
+            SCOPED_TRACE("bits " + std::to_string(bits));
+            EXPECT_EQ(5, outcome.verdict);
+            EXPECT_EQ("Invalid format of data: Size of the multi-precision integers is greater than the "
+                      "buffer length",
+                      outcome.message);
+        }
     }
 
     std::string _Package;
@@ -680,40 +660,14 @@ TEST_F(HostileInput, SignatureMpiBitCountUpToTheLimit) {
         }
     }
     ASSERT_NE(0u, bitCount);
-    const std::string path = _Dir.File("package.rpm");
-    for (uint16_t bits : {uint16_t(0xFFFF), uint16_t(0x8000), uint16_t(2049)}) {
-        std::string mutated = _Package;
-        mutated[bitCount] = static_cast<char>(bits >> 8);
-        mutated[bitCount + 1] = static_cast<char>(bits & 0xFF);
-        WriteFile(path, mutated);
-        const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
-        SCOPED_TRACE("bits " + std::to_string(bits));
-        EXPECT_EQ(5, outcome.verdict);
-        EXPECT_EQ(
-            "Invalid format of data: Size of the multi-precision integers is greater than the buffer length",
-            outcome.message);
-    }
+    ExpectBitCountsRefused(_Package, bitCount, {0xFFFF, 0x8000, 2049}, false);
 }
 
 // ---------------------------------------------------------------------------
 // Lengths that lie, in the key
 
 TEST_F(HostileInput, KeyModulusBitCountUpToTheLimit) {
-    const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
-    const std::string packets = Dearmor(_Key);
-    const std::string path = _Dir.File("key.asc");
-    for (uint16_t bits : {uint16_t(0xFFFF), uint16_t(0x8000), uint16_t(2048 + 8 * 2000)}) {
-        std::string mutated = packets;
-        mutated[9] = static_cast<char>(bits >> 8);
-        mutated[10] = static_cast<char>(bits & 0xFF);
-        WriteFile(path, Armor(mutated));
-        const ProcessOutcome outcome = ProcessPackage(package, path);
-        SCOPED_TRACE("bits " + std::to_string(bits));
-        EXPECT_EQ(5, outcome.verdict);
-        EXPECT_EQ(
-            "Invalid format of data: Size of the multi-precision integers is greater than the buffer length",
-            outcome.message);
-    }
+    ExpectBitCountsRefused(Dearmor(_Key), 9, {0xFFFF, 0x8000, 2048 + 8 * 2000}, true);
 }
 
 TEST_F(HostileInput, KeyPacketLengthBeyondTheKey) {

@@ -4,6 +4,7 @@
 // normal build the heap's bytes in use (malloc's own count) may grow only by
 // what the certificate store keeps by design, so that a lost object of a few
 // bytes per call fails `make test` too.
+#include "PackageLayout.h"
 #include "TestSupport.h"
 
 #include "ByteReader.h"
@@ -57,21 +58,6 @@ size_t ResidentKb() {
 // Heap growth allowed over a batch besides the retained certificates: the
 // test's own bookkeeping. A loss of 8 bytes per call exceeds it.
 [[maybe_unused]] constexpr long kHeapSlackBytes = 8 * kCalls;
-
-uint32_t Be32(const std::string& bytes, size_t at) {
-    return LoadBigEndian32(reinterpret_cast<const unsigned char*>(bytes.data()) + at);
-}
-
-// The file offset of the data of a signature-header tag.
-size_t TagData(const std::string& package, uint32_t tag) {
-    const uint32_t count = Be32(package, 104);
-    for (uint32_t i = 0; i < count; ++i) {
-        if (Be32(package, 112 + 16 * i) == tag) {
-            return 112 + 16 * size_t(count) + Be32(package, 112 + 16 * i + 8);
-        }
-    }
-    return 0;
-}
 
 // kCalls verifications of the same package and key; every one must give the
 // expected status. Reports the resident growth in kB; checks the heap's
@@ -173,10 +159,9 @@ TEST_F(LeakCheck, SignedWithAnotherKey) {
 // been built, so the signature container is given up half made.
 TEST_F(LeakCheck, MalformedPayloadSignature) {
     std::string package = ReadFile(_Package);
-    const size_t blob = TagData(package, 1002);
-    ASSERT_NE(0u, blob);
-    ASSERT_NE(0u, TagData(package, 268));
-    ASSERT_LT(TagData(package, 268), blob);
+    const testsupport::PackageLayout layout(package);
+    const size_t blob = layout.DataOf(package, 1002).first;
+    ASSERT_LT(layout.DataOf(package, 268).first, blob);
     package[blob] = '\xC2'; // a new-format packet header
     const std::string path = _Dir.File("malformed.rpm");
     WriteFile(path, package);
@@ -186,8 +171,7 @@ TEST_F(LeakCheck, MalformedPayloadSignature) {
 // Cut inside the main header: parsing ends while the digests are prepared.
 TEST_F(LeakCheck, TruncatedPackage) {
     std::string package = ReadFile(_Package);
-    const uint64_t signatureEnd = 112 + 16 * uint64_t(Be32(package, 104)) + Be32(package, 108);
-    const size_t mainHeader = static_cast<size_t>((signatureEnd + 7) / 8 * 8);
+    const size_t mainHeader = testsupport::PackageLayout(package).mainHeader;
     const std::string path = _Dir.File("truncated.rpm");
     WriteFile(path, package.substr(0, mainHeader + 100));
     VerifyMany(path, _Key, RPM_ERROR, "truncated package");

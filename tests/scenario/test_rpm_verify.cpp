@@ -4,6 +4,7 @@
 #include "CertificateManager.h"
 #include "Csp.h"
 #include "Fixtures.h"
+#include "PackageLayout.h"
 #include "PgpCertificate.h"
 #include "RpmTestBuilder.h"
 #include "TestSupport.h"
@@ -430,6 +431,139 @@ TEST_F(RpmVerifyFiles, SyntheticPackagesWithTheirOwnKey) {
     result = Verify(path, own.KeyFile());
     EXPECT_EQ(RPM_ERROR, result.status);
     EXPECT_EQ(Internal(path), result.message);
+}
+
+// ------------------------- real packages changed where one comparison decides
+
+// A package made by rpmbuild and rpmsign, changed where a single comparison
+// must refuse it; each comparison is pinned on a crafted package too.
+class RpmVerifyRealComparisons : public ::testing::Test {
+protected:
+    void SetUp() override {
+        REQUIRE_FIXTURE(fixtures::Package("signed-rsa2048-sha256.rpm"));
+        _Package = testsupport::ReadFile(fixtures::Package("signed-rsa2048-sha256.rpm"));
+        ASSERT_EQ(RPM_SIGNED, Verify(fixtures::Package("signed-rsa2048-sha256.rpm"), Key("rsa2048")).status);
+    }
+
+    // Writes the bytes and verifies them with the package's own key.
+    Result VerifyBytes(const std::string& bytes, const std::string& name) {
+        _Path = _Dir.File(name);
+        testsupport::WriteFile(_Path, bytes);
+        return Verify(_Path, Key("rsa2048"));
+    }
+
+    std::string _Package;
+    std::string _Path;
+    testsupport::TempDir _Dir;
+};
+
+TEST_F(RpmVerifyRealComparisons, Sha1TextWithItsLastDigitOrItsCaseChanged) {
+    const testsupport::PackageLayout layout(_Package);
+    const std::pair<size_t, size_t> text = layout.DataOf(_Package, 269, 41);
+    ASSERT_EQ('\0', _Package[text.first + 40]);
+    std::string lastDigit = _Package;
+    lastDigit[text.first + 39] = lastDigit[text.first + 39] == '0' ? '1' : '0';
+    Result result = VerifyBytes(lastDigit, "sha1-last-digit.rpm");
+    EXPECT_EQ(RPM_INVALID_HASH, result.status);
+    EXPECT_EQ(InvalidHash(_Path), result.message);
+
+    std::string upper = _Package;
+    size_t letters = 0;
+    for (size_t at = text.first; at < text.first + 40; ++at) {
+        if (upper[at] >= 'a' && upper[at] <= 'f') {
+            upper[at] = static_cast<char>(upper[at] - 'a' + 'A');
+            ++letters;
+        }
+    }
+    ASSERT_GT(letters, 0u);
+    result = VerifyBytes(upper, "sha1-upper-case.rpm");
+    EXPECT_EQ(RPM_INVALID_HASH, result.status);
+    EXPECT_EQ(InvalidHash(_Path), result.message);
+}
+
+TEST_F(RpmVerifyRealComparisons, Md5WithItsLastByteChanged) {
+    const testsupport::PackageLayout layout(_Package);
+    std::string changed = _Package;
+    changed[layout.DataOf(_Package, 1004, 16).second - 1] ^= 0x01;
+    const Result result = VerifyBytes(changed, "md5-last-byte.rpm");
+    EXPECT_EQ(RPM_INVALID_HASH, result.status);
+    EXPECT_EQ(InvalidHash(_Path), result.message);
+}
+
+TEST_F(RpmVerifyRealComparisons, HeaderOnlySignatureInThePlaceOfThePayloadSignature) {
+    // The header-only signature (tag 268) is valid, but over the header
+    // alone; as the header-and-payload signature (tag 1002) it must fail.
+    const testsupport::PackageLayout layout(_Package);
+    const std::pair<size_t, size_t> header = layout.DataOf(_Package, 268);
+    const std::pair<size_t, size_t> payload = layout.DataOf(_Package, 1002);
+    ASSERT_EQ(header.second - header.first, payload.second - payload.first);
+    ASSERT_NE(_Package.substr(header.first, header.second - header.first),
+              _Package.substr(payload.first, payload.second - payload.first));
+    std::string changed = _Package;
+    changed.replace(payload.first, payload.second - payload.first,
+                    _Package.substr(header.first, header.second - header.first));
+    const Result result = VerifyBytes(changed, "header-signature-twice.rpm");
+    EXPECT_EQ(RPM_INVALID_SIGNATURE, result.status);
+    EXPECT_EQ(InvalidSignature(_Path), result.message);
+}
+
+TEST_F(RpmVerifyRealComparisons, IssuerKeyIdWithItsFirstOrLastByteChanged) {
+    // The issuer subpacket (unhashed, not covered by the signature) of both
+    // signatures names the key; a key ID that differs in one byte is another
+    // key's, whichever byte it is.
+    const testsupport::PackageLayout layout(_Package);
+    const std::string keyId = testsupport::ReadFile(testsupport::Fixture("keys/rsa2048.keyid")).substr(0, 16);
+    std::string issuer;
+    for (size_t at = 0; at < 16; at += 2) {
+        issuer += static_cast<char>(std::stoul(keyId.substr(at, 2), nullptr, 16));
+    }
+    for (size_t byte : {0, 7}) {
+        std::string changed = _Package;
+        for (uint32_t tag : {268u, 1002u}) {
+            const std::pair<size_t, size_t> blob = layout.DataOf(_Package, tag);
+            const size_t at = _Package.find(issuer, blob.first);
+            ASSERT_LT(at + 8, blob.second) << tag;
+            changed[at + byte] ^= 0x01;
+        }
+        const Result result = VerifyBytes(changed, "issuer-byte-" + std::to_string(byte) + ".rpm");
+        EXPECT_EQ(RPM_INVALID_SIGNATURE, result.status) << byte;
+        EXPECT_EQ(InvalidSignature(_Path), result.message) << byte;
+    }
+}
+
+TEST_F(RpmVerifyRealComparisons, SignatureHeaderOf255EntriesButNot256) {
+    // Entries of an unread tag added after the package's own: the signature
+    // header is not signed, so 255 entries keep the package signed.
+    const testsupport::PackageLayout layout(_Package);
+    auto withEntries = [&](uint32_t total) {
+        const uint32_t added = total - layout.signatureCount;
+        std::string index =
+            _Package.substr(testsupport::PackageLayout::kSignatureIndex,
+                            layout.signatureStore - testsupport::PackageLayout::kSignatureIndex);
+        std::string store = _Package.substr(layout.signatureStore, layout.signatureDataSize);
+        for (uint32_t i = 0; i < added; ++i) {
+            std::string entry(16, '\0');
+            testsupport::PutBe32(entry, 0, 5000 + i);
+            testsupport::PutBe32(entry, 4, 4); // 32-bit integers
+            testsupport::PutBe32(entry, 8, static_cast<uint32_t>(store.size()));
+            testsupport::PutBe32(entry, 12, 1);
+            index += entry;
+            store += std::string(4, '\0');
+        }
+        std::string package = _Package.substr(0, testsupport::PackageLayout::kSignatureIndex);
+        testsupport::PutBe32(package, 104, total);
+        testsupport::PutBe32(package, 108, static_cast<uint32_t>(store.size()));
+        package += index + store;
+        package.resize((package.size() + 7) / 8 * 8, '\0');
+        return package + _Package.substr(layout.mainHeader);
+    };
+    ASSERT_LT(layout.signatureCount, 255u);
+    Result result = VerifyBytes(withEntries(255), "entries-255.rpm");
+    EXPECT_EQ(RPM_SIGNED, result.status) << result.message;
+    EXPECT_EQ(Signed(_Path), result.message);
+    result = VerifyBytes(withEntries(256), "entries-256.rpm");
+    EXPECT_EQ(RPM_ERROR, result.status);
+    EXPECT_EQ(Internal(_Path), result.message);
 }
 
 // -------------------------------------------------- rpm's own packages

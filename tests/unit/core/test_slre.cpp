@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <random>
 #include <regex>
@@ -21,35 +22,57 @@ std::string Captured(const slre_cap& cap) {
     return cap.ptr == nullptr ? std::string("<null>") : std::string(cap.ptr, static_cast<size_t>(cap.len));
 }
 
+// One expression matched against one subject, and the expected result: the
+// offset after the match or an error code.
+struct MatchCase {
+    std::string regexp;
+    std::string subject;
+    int expected;
+    int flags = 0;
+};
+
+void ExpectMatches(std::initializer_list<MatchCase> cases) {
+    for (const MatchCase& item : cases) {
+        EXPECT_EQ(Match(item.regexp, item.subject, item.flags), item.expected)
+            << "\"" << item.regexp << "\" on \"" << item.subject << "\" with flags " << item.flags;
+    }
+}
+
 // The file-name character set into which the wildcard "?" is translated.
 const char kNameChar[] = "[A-Za-z0-9-^&'@{}\\]\\[,\\$=!#\\(\\)%\\.\\+~_]";
 
 } // namespace
 
 TEST(Slre, AnchoredAtBothEnds) {
-    EXPECT_EQ(Match("^a.c$", "abc"), 3);
-    EXPECT_EQ(Match("^a.c$", "abcd"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^a.c", "abcd"), 3);
+    ExpectMatches({
+        {"^a.c$", "abc", 3},
+        {"^a.c$", "abcd", SLRE_NO_MATCH},
+        {"^a.c", "abcd", 3},
+    });
 }
 
 TEST(Slre, CaseInsensitiveFlag) {
-    EXPECT_EQ(Match("^[a-z]*$", "ABC", 1), 3);
-    EXPECT_EQ(Match("^[a-z]*$", "ABC", 0), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^abc$", "AbC", SLRE_IGNORE_CASE), 3);
-    EXPECT_EQ(Match("^abc$", "AbC"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^[A-C]+$", "abc", SLRE_IGNORE_CASE), 3);
-    EXPECT_EQ(Match("^\\x41$", "a", SLRE_IGNORE_CASE), 1);
+    ExpectMatches({
+        {"^[a-z]*$", "ABC", 3, 1},
+        {"^[a-z]*$", "ABC", SLRE_NO_MATCH, 0},
+        {"^abc$", "AbC", 3, SLRE_IGNORE_CASE},
+        {"^abc$", "AbC", SLRE_NO_MATCH},
+        {"^[A-C]+$", "abc", 3, SLRE_IGNORE_CASE},
+        {"^\\x41$", "a", 1, SLRE_IGNORE_CASE},
+    });
 }
 
 TEST(Slre, ResultIsOffsetAfterTheMatch) {
-    EXPECT_EQ(Match("b", "abc"), 2);
-    EXPECT_EQ(Match("cd", "abcdef"), 4);
-    EXPECT_EQ(Match("x*", "abc"), 0); // an empty match at offset 0
-    EXPECT_EQ(Match("$", "abc"), 3);
-    EXPECT_EQ(Match("", "abc"), 0);
-    EXPECT_EQ(Match("z", "abc"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("a", ""), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^$", ""), 0);
+    ExpectMatches({
+        {"b", "abc", 2},
+        {"cd", "abcdef", 4},
+        {"x*", "abc", 0}, // an empty match at offset 0
+        {"$", "abc", 3},
+        {"", "abc", 0},
+        {"z", "abc", SLRE_NO_MATCH},
+        {"a", "", SLRE_NO_MATCH},
+        {"^$", "", 0},
+    });
 }
 
 TEST(Slre, OnlyTheGivenSubjectLengthIsRead) {
@@ -74,18 +97,22 @@ TEST(Slre, CaretAtTheStartTriesOnlyOffsetZero) {
 }
 
 TEST(Slre, DollarRequiresTheEndOfTheSubject) {
-    EXPECT_EQ(Match("b$", "abab"), 4);
-    EXPECT_EQ(Match("a$", "abab"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("(a$|b)", "ab"), 2);
-    EXPECT_EQ(Match("^(a$|ab)", "ab"), 2);
+    ExpectMatches({
+        {"b$", "abab", 4},
+        {"a$", "abab", SLRE_NO_MATCH},
+        {"(a$|b)", "ab", 2},
+        {"^(a$|ab)", "ab", 2},
+    });
 }
 
 TEST(Slre, UnbalancedRoundBrackets) {
     EXPECT_EQ(Match("(a", "a"), SLRE_UNBALANCED_BRACKETS);
     EXPECT_EQ(SLRE_UNBALANCED_BRACKETS, -3);
-    EXPECT_EQ(Match("a)", "a"), -3);
-    EXPECT_EQ(Match("((a)", "a"), -3);
-    EXPECT_EQ(Match("(a))(", "a"), -3);
+    ExpectMatches({
+        {"a)", "a", -3},
+        {"((a)", "a", -3},
+        {"(a))(", "a", -3},
+    });
 }
 
 TEST(Slre, CaptureArrayTooSmall) {
@@ -114,61 +141,71 @@ TEST(Slre, ConvenienceForm) {
 
 TEST(Slre, QuantifierWhereNoneMayStand) {
     EXPECT_EQ(SLRE_UNEXPECTED_QUANTIFIER, -2);
-    EXPECT_EQ(Match("*a", "a"), -2);
-    EXPECT_EQ(Match("+", "a"), -2);
-    EXPECT_EQ(Match("?", "a"), -2);
-    EXPECT_EQ(Match("a**", "a"), -2);
-    EXPECT_EQ(Match("a+*", "a"), -2);
-    EXPECT_EQ(Match("a??", "a"), -2);
-    EXPECT_EQ(Match("a*?*", "a"), -2);
-    EXPECT_EQ(Match("(*a)", "a"), -2);
-    EXPECT_EQ(Match("a|*b", "a"), -2);
-    EXPECT_EQ(Match("^*a", "a"), -2);
+    ExpectMatches({
+        {"*a", "a", -2},
+        {"+", "a", -2},
+        {"?", "a", -2},
+        {"a**", "a", -2},
+        {"a+*", "a", -2},
+        {"a??", "a", -2},
+        {"a*?*", "a", -2},
+        {"(*a)", "a", -2},
+        {"a|*b", "a", -2},
+        {"^*a", "a", -2},
+    });
     // Found even when the subject would match before the bad part is reached.
     EXPECT_EQ(Match("a|b**", "a"), -2);
 }
 
 TEST(Slre, InvalidCharacterSet) {
     EXPECT_EQ(SLRE_INVALID_CHARACTER_SET, -5);
-    EXPECT_EQ(Match("[abc", "a"), -5);
-    EXPECT_EQ(Match("a[", "a"), -5);
-    EXPECT_EQ(Match("[\\]", "]"), -5);
-    EXPECT_EQ(Match("[^", "a"), -5);
+    ExpectMatches({
+        {"[abc", "a", -5},
+        {"a[", "a", -5},
+        {"[\\]", "]", -5},
+        {"[^", "a", -5},
+    });
 }
 
 TEST(Slre, InvalidMetacharacter) {
     EXPECT_EQ(SLRE_INVALID_METACHARACTER, -6);
-    EXPECT_EQ(Match("\\q", "q"), -6);
-    EXPECT_EQ(Match("\\w", "w"), -6);
-    EXPECT_EQ(Match("abc\\", "abc"), -6);
-    EXPECT_EQ(Match("\\x", "x"), -6);
-    EXPECT_EQ(Match("\\x4", "x"), -6);
-    EXPECT_EQ(Match("\\x4g", "x"), -6);
-    EXPECT_EQ(Match("\\xZZ", "x"), -6);
-    EXPECT_EQ(Match("[\\", "a"), -6);
-    EXPECT_EQ(Match("[a\\x1]", "a"), -6);
+    ExpectMatches({
+        {"\\q", "q", -6},
+        {"\\w", "w", -6},
+        {"abc\\", "abc", -6},
+        {"\\x", "x", -6},
+        {"\\x4", "x", -6},
+        {"\\x4g", "x", -6},
+        {"\\xZZ", "x", -6},
+        {"[\\", "a", -6},
+        {"[a\\x1]", "a", -6},
+    });
 }
 
 TEST(Slre, InsideASetABackslashMakesAnyCharacterLiteral) {
-    EXPECT_EQ(Match("^[\\q]$", "q"), 1);
-    EXPECT_EQ(Match("^[\\/\\-]+$", "/-/"), 3);
-    EXPECT_EQ(Match("^[a\\-z]+$", "a-z"), 3);
-    EXPECT_EQ(Match("^[a\\-z]+$", "b"), SLRE_NO_MATCH); // not a range
-    EXPECT_EQ(Match("^[\\d]$", "7"), 1);                // the named escapes keep their meaning
-    EXPECT_EQ(Match("^[\\d]$", "d"), SLRE_NO_MATCH);
+    ExpectMatches({
+        {"^[\\q]$", "q", 1},
+        {"^[\\/\\-]+$", "/-/", 3},
+        {"^[a\\-z]+$", "a-z", 3},
+        {"^[a\\-z]+$", "b", SLRE_NO_MATCH}, // not a range
+        {"^[\\d]$", "7", 1},                // the named escapes keep their meaning
+        {"^[\\d]$", "d", SLRE_NO_MATCH},
+    });
     // Outside a set the same escapes are errors.
     EXPECT_EQ(Match("\\/", "/"), -6);
     EXPECT_EQ(Match("\\-", "-"), -6);
 }
 
 TEST(Slre, FilePatternAcceptsPlainPathNames) {
-    EXPECT_EQ(Match(FILE_PATTERN, "/tmp/pkg-1.0_(x86) [a]+b.rpm"), 28);
-    EXPECT_EQ(Match(FILE_PATTERN, "Temp\\pkg.rpm"), 12);
-    EXPECT_EQ(Match(FILE_PATTERN, "C:\\Temp\\pkg.rpm"), SLRE_NO_MATCH); // no colon
-    EXPECT_EQ(Match(FILE_PATTERN, ""), 0);
-    EXPECT_EQ(Match(FILE_PATTERN, "a*b"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match(FILE_PATTERN, "a;rm -rf"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match(FILE_PATTERN, "a$b"), SLRE_NO_MATCH);
+    ExpectMatches({
+        {FILE_PATTERN, "/tmp/pkg-1.0_(x86) [a]+b.rpm", 28},
+        {FILE_PATTERN, "Temp\\pkg.rpm", 12},
+        {FILE_PATTERN, "C:\\Temp\\pkg.rpm", SLRE_NO_MATCH}, // no colon
+        {FILE_PATTERN, "", 0},
+        {FILE_PATTERN, "a*b", SLRE_NO_MATCH},
+        {FILE_PATTERN, "a;rm -rf", SLRE_NO_MATCH},
+        {FILE_PATTERN, "a$b", SLRE_NO_MATCH},
+    });
     EXPECT_EQ(slre_match(0, FILE_PATTERN, "ok.rpm", 6), nullptr);
 }
 
@@ -235,10 +272,12 @@ TEST(Slre, GroupThatDoesNotTakePartCapturesNothing) {
 }
 
 TEST(Slre, AlternativesBacktrackIntoTheGroup) {
-    EXPECT_EQ(Match("(a|ab)c", "abc"), 3);
-    EXPECT_EQ(Match("^(a|ab)(c|bcd)$", "abcd"), 4);
-    EXPECT_EQ(Match("cat|dog", "hotdog"), 6);
-    EXPECT_EQ(Match("a|ab", "ab"), 1); // the first alternative that matches wins
+    ExpectMatches({
+        {"(a|ab)c", "abc", 3},
+        {"^(a|ab)(c|bcd)$", "abcd", 4},
+        {"cat|dog", "hotdog", 6},
+        {"a|ab", "ab", 1}, // the first alternative that matches wins
+    });
     slre_cap caps[2];
     EXPECT_EQ(slre_match("^(a|ab)(c|bcd)$", "abcd", 4, caps, 2, 0), 4);
     EXPECT_EQ(Captured(caps[0]), "a");
@@ -246,14 +285,16 @@ TEST(Slre, AlternativesBacktrackIntoTheGroup) {
 }
 
 TEST(Slre, GreedyAndLazyQuantifiers) {
-    EXPECT_EQ(Match("a+", "aaa"), 3);
-    EXPECT_EQ(Match("a+?", "aaa"), 1);
-    EXPECT_EQ(Match("a*?", "aaa"), 0);
-    EXPECT_EQ(Match("a*?b", "aaab"), 4);
-    EXPECT_EQ(Match("^a?b$", "b"), 1);
-    EXPECT_EQ(Match("^a?b$", "ab"), 2);
-    EXPECT_EQ(Match("^a?b$", "aab"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^a+$", ""), SLRE_NO_MATCH);
+    ExpectMatches({
+        {"a+", "aaa", 3},
+        {"a+?", "aaa", 1},
+        {"a*?", "aaa", 0},
+        {"a*?b", "aaab", 4},
+        {"^a?b$", "b", 1},
+        {"^a?b$", "ab", 2},
+        {"^a?b$", "aab", SLRE_NO_MATCH},
+        {"^a+$", "", SLRE_NO_MATCH},
+    });
     slre_cap caps[2];
     EXPECT_EQ(slre_match("^(a*)(a*)$", "aaa", 3, caps, 2, 0), 3);
     EXPECT_EQ(Captured(caps[0]), "aaa");
@@ -273,46 +314,52 @@ TEST(Slre, QuantifiedGroups) {
     EXPECT_EQ(slre_match("(ab)+", subject.data(), 5, caps, 1, 0), 4);
     EXPECT_EQ(Captured(caps[0]), "ab");
     EXPECT_EQ(caps[0].ptr, subject.data() + 2); // the last iteration
-    EXPECT_EQ(Match("^(ab)*$", ""), 0);
-    EXPECT_EQ(Match("^(ab)*$", "abab"), 4);
-    EXPECT_EQ(Match("^(ab)*$", "aba"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^(ab)?c", "abc"), 3);
-    EXPECT_EQ(Match("^(ab)?c", "c"), 1);
-    EXPECT_EQ(Match("^(a|b)+?b", "aabab"), 3);
-    EXPECT_EQ(Match("^(a|b)+b", "aabab"), 5);
-    EXPECT_EQ(Match("()", "x"), 0);
-    EXPECT_EQ(Match("()*x", "x"), 1);
+    ExpectMatches({
+        {"^(ab)*$", "", 0},
+        {"^(ab)*$", "abab", 4},
+        {"^(ab)*$", "aba", SLRE_NO_MATCH},
+        {"^(ab)?c", "abc", 3},
+        {"^(ab)?c", "c", 1},
+        {"^(a|b)+?b", "aabab", 3},
+        {"^(a|b)+b", "aabab", 5},
+        {"()", "x", 0},
+        {"()*x", "x", 1},
+    });
     // A group that can match empty does not loop for ever.
     EXPECT_EQ(Match("^(a*)*$", "aaa"), 3);
     EXPECT_EQ(Match("^(a*)*b", "aaac"), SLRE_NO_MATCH);
 }
 
 TEST(Slre, Escapes) {
-    EXPECT_EQ(Match("^\\d\\d$", "42"), 2);
-    EXPECT_EQ(Match("^\\d$", "x"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^\\s\\S$", "\tx"), 2);
-    EXPECT_EQ(Match("^\\S$", " "), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^\\b\\f\\n\\r\\t\\v$", "\b\f\n\r\t\v"), 6);
-    EXPECT_EQ(Match("^\\x41\\x7a$", "Az"), 2);
-    EXPECT_EQ(Match("^\\xff$", "\xff"), 1);
-    EXPECT_EQ(Match("^\\^\\$\\(\\)\\.\\[\\]\\*\\+\\?\\|\\\\$", "^$().[]*+?|\\"), 12);
-    EXPECT_EQ(Match("^a\\.b$", "axb"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^a\\.b$", "a.b"), 3);
-    EXPECT_EQ(Match("^a]$", "a]"), 2); // a lone closing square bracket is literal
+    ExpectMatches({
+        {"^\\d\\d$", "42", 2},
+        {"^\\d$", "x", SLRE_NO_MATCH},
+        {"^\\s\\S$", "\tx", 2},
+        {"^\\S$", " ", SLRE_NO_MATCH},
+        {"^\\b\\f\\n\\r\\t\\v$", "\b\f\n\r\t\v", 6},
+        {"^\\x41\\x7a$", "Az", 2},
+        {"^\\xff$", "\xff", 1},
+        {"^\\^\\$\\(\\)\\.\\[\\]\\*\\+\\?\\|\\\\$", "^$().[]*+?|\\", 12},
+        {"^a\\.b$", "axb", SLRE_NO_MATCH},
+        {"^a\\.b$", "a.b", 3},
+        {"^a]$", "a]", 2}, // a lone closing square bracket is literal
+    });
 }
 
 TEST(Slre, CharacterSets) {
-    EXPECT_EQ(Match("^[abc]+$", "cab"), 3);
-    EXPECT_EQ(Match("^[^abc]$", "d"), 1);
-    EXPECT_EQ(Match("^[^abc]$", "a"), SLRE_NO_MATCH);
-    EXPECT_EQ(Match("^[a-]$", "-"), 1);
-    EXPECT_EQ(Match("^[-a]$", "-"), 1);
-    EXPECT_EQ(Match("^[0-9-x]+$", "1-x"), 3);
-    EXPECT_EQ(Match("^[\\]x]+$", "]x"), 2);
-    EXPECT_EQ(Match("^[\\d.]+$", "1.5"), 3);
-    EXPECT_EQ(Match("^[\\x41-]$", "A"), 1);
-    EXPECT_EQ(Match("^[]$", "a"), SLRE_NO_MATCH); // an empty set matches nothing
-    EXPECT_EQ(Match("^[^]$", "a"), 1);            // and its complement anything
+    ExpectMatches({
+        {"^[abc]+$", "cab", 3},
+        {"^[^abc]$", "d", 1},
+        {"^[^abc]$", "a", SLRE_NO_MATCH},
+        {"^[a-]$", "-", 1},
+        {"^[-a]$", "-", 1},
+        {"^[0-9-x]+$", "1-x", 3},
+        {"^[\\]x]+$", "]x", 2},
+        {"^[\\d.]+$", "1.5", 3},
+        {"^[\\x41-]$", "A", 1},
+        {"^[]$", "a", SLRE_NO_MATCH}, // an empty set matches nothing
+        {"^[^]$", "a", 1},            // and its complement anything
+    });
     // The wildcard's file-name set: a minus after a range is literal, and so
     // is the caret that follows it.
     const std::string oneName = std::string("^") + kNameChar + "$";

@@ -66,32 +66,35 @@ TEST(Digest, EnumerationValues) {
     EXPECT_EQ(sizeof(HashAlgorithm), 4u);
 }
 
-TEST(Digest, PublishedVectorsOfAbc) {
-    EXPECT_EQ(DigestHex(soapWrap::MD5, "abc"), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(DigestHex(soapWrap::SHA1, "abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    EXPECT_EQ(DigestHex(soapWrap::SHA224, "abc"), "23097d223405d8228642a477bda255b32aadbce4bda0b3f7e36c9da7");
-    EXPECT_EQ(DigestHex(soapWrap::SHA256, "abc"),
-              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    EXPECT_EQ(DigestHex(soapWrap::SHA384, "abc"),
-              "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed"
-              "8086072ba1e7cc2358baeca134c825a7");
-    EXPECT_EQ(DigestHex(soapWrap::SHA512, "abc"),
-              "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
-              "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f");
-}
-
-TEST(Digest, PublishedVectorsOfEmptyInput) {
-    EXPECT_EQ(DigestHex(soapWrap::MD5, ""), "d41d8cd98f00b204e9800998ecf8427e");
-    EXPECT_EQ(DigestHex(soapWrap::SHA1, ""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-    EXPECT_EQ(DigestHex(soapWrap::SHA224, ""), "d14a028c2a3a2bc9476102bb288234c415a2b01f828ea62ac5b3e42f");
-    EXPECT_EQ(DigestHex(soapWrap::SHA256, ""),
-              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-    EXPECT_EQ(DigestHex(soapWrap::SHA384, ""),
-              "38b060a751ac96384cd9327eb1b1e36a21fdb71114be07434c0cc7bf63f6e1da"
-              "274edebfe76f65fbd51ad2f14898b95b");
-    EXPECT_EQ(DigestHex(soapWrap::SHA512, ""),
-              "cf83e1357eefb8bdf1542850d66d8007d620e4050b5715dc83f4a921d36ce9ce"
-              "47d0d13c5d85f2b0ff8318d2877eec2f63b931bd47417a81a538327af927da3e");
+// The published digests of "abc" and of the empty input, by algorithm.
+TEST(Digest, PublishedVectorsOfAbcAndOfEmptyInput) {
+    const struct {
+        HashAlgorithm algorithm;
+        const char* abc;
+        const char* empty;
+    } vectors[] = {
+        {soapWrap::MD5, "900150983cd24fb0d6963f7d28e17f72", "d41d8cd98f00b204e9800998ecf8427e"},
+        {soapWrap::SHA1, "a9993e364706816aba3e25717850c26c9cd0d89d",
+         "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
+        {soapWrap::SHA224, "23097d223405d8228642a477bda255b32aadbce4bda0b3f7e36c9da7",
+         "d14a028c2a3a2bc9476102bb288234c415a2b01f828ea62ac5b3e42f"},
+        {soapWrap::SHA256, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad",
+         "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"},
+        {soapWrap::SHA384,
+         "cb00753f45a35e8bb5a03d699ac65007272c32ab0eded1631a8b605a43ff5bed"
+         "8086072ba1e7cc2358baeca134c825a7",
+         "38b060a751ac96384cd9327eb1b1e36a21fdb71114be07434c0cc7bf63f6e1da"
+         "274edebfe76f65fbd51ad2f14898b95b"},
+        {soapWrap::SHA512,
+         "ddaf35a193617abacc417349ae20413112e6fa4e89a97ea20a9eeee64b55d39a"
+         "2192992a274fc1a836ba3c23a3feebbd454d4423643ce80e2a9ac94fa54ca49f",
+         "cf83e1357eefb8bdf1542850d66d8007d620e4050b5715dc83f4a921d36ce9ce"
+         "47d0d13c5d85f2b0ff8318d2877eec2f63b931bd47417a81a538327af927da3e"},
+    };
+    for (const auto& vector : vectors) {
+        EXPECT_EQ(DigestHex(vector.algorithm, "abc"), vector.abc) << vector.algorithm;
+        EXPECT_EQ(DigestHex(vector.algorithm, ""), vector.empty) << vector.algorithm;
+    }
 }
 
 TEST(Digest, NoUpdateAtAllIsTheEmptyDigest) {
