@@ -11,6 +11,7 @@ packages=(
     libclang-rt-14-dev
     nlohmann-json3-dev
     rpm gnupg wget curl python3 attr
+    fiu-utils
     time python3-matplotlib
     strace
     parallel tmux

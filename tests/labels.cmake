@@ -20,14 +20,22 @@ set(SIGNING_LABEL_SLOW_LIST
     "^LeakCheck\\."
     "^RpmVerifyMemory\\."
     "^HostProgramTest\\.DemoRunsEndToEnd$"
-    "^RpmVerifyFiles\\.DamagedSignatureHeaders$")
+    "^RpmVerifyFiles\\.DamagedSignatureHeaders$"
+    "^DownloadDeadline\\.")
 set(SIGNING_LABEL_TOOLS_LIST
+    "^DownloadDeadline\\."
+    "^DownloadGuardTest\\."
+    "^FaultInjectionTest\\."
     "^HostProgramTest\\."
     "^HostJsonLinesTest\\."
     "^HostMirrorTest\\."
     "^HostSafeTextTest\\."
     "^Widths/HostTerminalTest\\."
     "^HostileInput\\."
+    "^KeyFileBoundsRunTest\\."
+    "^KeyFileBoundsStore\\."
+    "^PackageListBoundaryTest\\."
+    "^RpmVerifyBoundary\\."
     "^LeakCheck\\."
     "^PackageListValidationTest\\."
     "^PgpCertificateRealKeys\\."

@@ -4,17 +4,47 @@
 #include "ContractTexts.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
+#include "KeyFileBounds.h"
 #include "PgpCertificate.h"
 #include "PgpMessage.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <sys/stat.h>
 #include <vector>
 
 namespace {
 
 constexpr unsigned int kPemLineLength = 64;
+
+// Refuses a key file larger than any key.
+void CheckKeyFileSize(const std::string& path, unsigned long long size) {
+    if (size > key_file::kMaxSize) {
+        throw FileIoException("Key file " + path + " is larger than " + std::to_string(key_file::kMaxSize) +
+                              " bytes");
+    }
+}
+
+// The size of a key file that may be read: only a regular file (not a
+// device such as /dev/zero, a FIFO or a socket) no larger than the key-file
+// bound is read at all.
+unsigned long BoundedKeyFileSize(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0) {
+        throw FileIoException("Cannot get status of key file " + path + ": " + std::strerror(errno));
+    }
+    // A folder goes on to the file object's own "was not open" failure.
+    if (S_ISDIR(status.st_mode)) {
+        return 0;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw FileIoException("Key file " + path + " is not a regular file");
+    }
+    CheckKeyFileSize(path, static_cast<unsigned long long>(status.st_size));
+    return static_cast<unsigned long>(status.st_size);
+}
 
 } // namespace
 
@@ -39,11 +69,18 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
                                                          soapWrap::CertificateFileFormat format) {
     std::vector<char> data;
     {
+        // The file object opens without blocking, so a FIFO in the key's
+        // place cannot stall the caller; a missing file keeps its own
+        // exception.
         std::unique_ptr<FileHelper> file(new FileHelper(path));
-        // The size the file object found when it opened the file, when it has one.
+        // A regular file's size as the file object found it when it opened
+        // the file; anything else is judged by its status. Either way the
+        // key-file bound holds before anything is read.
         unsigned long size = 0;
-        if (!file->GetOpenedSize(size)) {
-            size = FileHelper::GetSize(path);
+        if (file->GetOpenedSize(size)) {
+            CheckKeyFileSize(path, size);
+        } else {
+            size = BoundedKeyFileSize(path);
         }
         data.resize(size);
         // One read for the whole file; further reads only if the system

@@ -324,19 +324,25 @@ TEST_F(PackageListValidationTest, PackagesOfAnotherSignerFailAgainstTheGivenKey)
                             "signing_validate_package_list: ;1", kFinished}));
 }
 
-TEST_F(PackageListValidationTest, AHostFailureEndsTheCallWithTheValuesWrittenSoFar) {
+TEST_F(PackageListValidationTest, AHostFailureEndsTheWalkAsAFailureWithTheValuesWritten) {
     UseUserKey(Key());
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
     // Installation data the host does not know: asking it for its products
-    // throws, and the plug-in lets the exception through.
+    // throws. Nothing leaves the C entry point: the run ends as a failure
+    // and the error entries are still written.
     TSD foreign;
     _Session.tsd = &foreign;
 
-    EXPECT_THROW(Validate(), std::logic_error);
+    EXPECT_EQ(Validate(), 1);
 
-    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key())}));
+    EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()),
+                            "signing_validate_package_list: validation ended early: TSD::products: the "
+                            "installation data was not created by the host",
+                            "signing_validate_package_list: ;1", kFinished}));
     EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
-    ExpectPrerequisitesUntouched();
+    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1");
+    EXPECT_EQ(_Session.Value("SHORT_DESC"), kErrShort);
+    EXPECT_EQ(_Session.Value("FULL_DESC"), kErrFull);
 }
 
 // --------------------------------------------------------- key fallback
