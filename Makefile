@@ -28,7 +28,7 @@ FORMAT_FILES    = $(filter-out include/signing/session.h, \
                     $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null || \
                             find sources host tests fuzz bench \( -name '*.cpp' -o -name '*.h' \)))
 
-.PHONY: all deps build dev test test-asan test-dev demo bench fuzz fault-injection format format-check clean \
+.PHONY: all deps build dev test test-asan test-dev demo bench fuzz fault-injection format format-check tidy clean \
 	install package install-test
 
 all: build
@@ -106,6 +106,11 @@ fault-injection: build
 
 format:
 	clang-format -i $(FORMAT_FILES)
+
+# clang-tidy over sources/ and host/ with the build's compile commands; any
+# finding fails.
+tidy: deps $(BUILD_DIR)/CMakeCache.txt
+	bash scripts/tidy.sh $(BUILD_DIR) $(JOBS)
 
 format-check:
 	clang-format --dry-run --Werror $(FORMAT_FILES)

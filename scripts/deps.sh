@@ -16,6 +16,8 @@ packages=(
     strace
     parallel tmux
     lintian
+    fiu-utils
+    clang-tidy
 )
 
 missing=()

@@ -213,6 +213,8 @@ inline constexpr char kPublicKeyNotFound[] = "PGP public key is not found";
 inline constexpr char kPublicKeyBase64Corrupted[] = "base64 encoding of PGP public key is corrupted";
 inline constexpr char kNewPacketFormat[] = "New OpenPGP packet format is not supported";
 inline constexpr char kUnsupportedPacketTag[] = "Unsupported packet tag";
+// A certificate made without a message: the null-argument detail (see
+// kNullArgumentBegin), kept whole because it is exported as it is.
 inline constexpr char kCertificateWithoutMessage[] =
     "Function PgpCertificate::PgpCertificate does not allow NULL value as an argument";
 
@@ -301,6 +303,13 @@ inline constexpr char kTitleDigest[] = "Digest calculation error";
 inline constexpr char kTitlePkcs7Inner[] = "Error during processing PKCS7 structure";
 inline constexpr char kTitleNone[] = "";
 inline constexpr char kTitleSeparator[] = ": ";
+// The detail of an ArgumentException for a null argument: "Function " +
+// the function's name + " does not allow NULL value as an argument"
+// (exception_text::NullArgument joins them). Hidden, unlike the texts
+// above: they are no part of what the plug-in exports.
+__attribute__((visibility("hidden"))) inline constexpr char kNullArgumentBegin[] = "Function ";
+__attribute__((visibility("hidden"))) inline constexpr char kNullArgumentEnd[] =
+    " does not allow NULL value as an argument";
 
 // ---------------------------------------------------------------------------
 // Base utilities.

@@ -16,6 +16,12 @@ namespace exception_text {
 inline std::string Compose(const char* title, const std::string& detail) {
     return *title == '\0' ? detail : std::string(title) + contract::kTitleSeparator + detail;
 }
+
+// The detail for a null argument of the named function. Hidden: a helper of
+// the library's own, not one of the symbols the plug-in exports.
+__attribute__((visibility("hidden"))) inline std::string NullArgument(const char* function) {
+    return contract::kNullArgumentBegin + std::string(function) + contract::kNullArgumentEnd;
+}
 } // namespace exception_text
 
 #define SIGNING_DECLARE_EXCEPTION(Name, Parent, Title)                                                       \

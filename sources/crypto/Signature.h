@@ -10,7 +10,8 @@
 #include <map>
 #include <string>
 
-// The verdict of a signature check.
+// The verdict of a signature check, and every number RpmSigner::Process
+// answers: rpm_verify turns each into a status.
 enum ProcessingResult : int32_t {
     // No header-only signature; both digests matched.
     Unsigned = 0,
@@ -20,6 +21,12 @@ enum ProcessingResult : int32_t {
     InvalidSignature = 2,
     // The SHA-1 header hash or the MD5 value did not match.
     InvalidHash = 3,
+    // A broken package layout. No check answers it today; rpm_verify still
+    // has a status for it.
+    InvalidStructure = 4,
+    // An exception ended processing; the message is its text. Only
+    // RpmSigner::Process answers it.
+    ProcessingError = 5,
     // A header-only signature but no header-and-payload signature.
     NoPayloadSignature = 8,
 };

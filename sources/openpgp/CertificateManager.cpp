@@ -135,7 +135,7 @@ Certificate* CertificateManager::GetCertificate(soapWrap::CertificateFileFormat 
 
 cpp11::shared_ptr<binary> der_to_pem(cpp11::shared_ptr<binary> der) {
     if (!der) {
-        throw ArgumentException("Function der_to_pem does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("der_to_pem"));
     }
     static const char kNoBytes[1] = {0};
     const char* bytes = der->data != nullptr ? reinterpret_cast<const char*>(der->data) : kNoBytes;

@@ -225,8 +225,7 @@ PgpSignatureData::PgpSignatureData(PgpSignatureVersion version, const char* issu
       _SignatureSize(signatureBits), _Version(version), _Type(type), _PublicKeyAlgorithm(1),
       _HashAlgorithm(hash), _Left16Bits{} {
     if (issuerKeyId == nullptr) {
-        throw ArgumentException(
-            "Function PgpSignatureData::PgpSignatureData does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("PgpSignatureData::PgpSignatureData"));
     }
     std::memcpy(_IssuerKeyId, issuerKeyId, 8);
 

@@ -4,6 +4,7 @@
 #include "CertificateManager.h"
 #include "ContractTexts.h"
 #include "Digest.h"
+#include "DigestSlot.h"
 #include "Exceptions.h"
 #include "PgpCertificate.h"
 #include "RsaCsp.h"
@@ -69,8 +70,7 @@ private:
 
 PgpSignature::PgpSignature(PgpSignatureData* signatureData) : _SignatureData(signatureData) {
     if (signatureData == nullptr) {
-        throw ArgumentException(
-            "Function PgpSignature::PgpSignature does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("PgpSignature::PgpSignature"));
     }
 }
 
@@ -127,7 +127,7 @@ unsigned int PgpSignature::GetSize() const {
 }
 
 DigestBase* PgpSignature::UpdateHash() const {
-    DigestBase* signedData = GetDigest(0);
+    DigestBase* signedData = GetDigest(kSlotSignedData);
     if (signedData == nullptr) {
         throw NotDefinedException("The PGP signature has no digest of the signed data");
     }
@@ -228,14 +228,14 @@ ProcessingResult PgpSignature::Verify(std::string& message) const {
 ProcessingResult PgpSignature::Sign(soapWrap::Binary* packet, const soapWrap::Binary* signatureValue,
                                     std::string& /*message*/) {
     if (packet == nullptr || signatureValue == nullptr) {
-        throw ArgumentException("Function PgpSignature::Sign does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("PgpSignature::Sign"));
     }
     if (packet->data == nullptr) {
         const unsigned int size = GetSize();
         packet->data = new unsigned char[size]();
         packet->size = size;
     }
-    DigestBase* signedData = GetDigest(0);
+    DigestBase* signedData = GetDigest(kSlotSignedData);
     if (signedData == nullptr) {
         throw NotDefinedException("The PGP signature has no digest of the signed data");
     }

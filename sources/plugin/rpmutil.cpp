@@ -6,6 +6,7 @@
 #include "FileHelper.h"
 #include "OpenSsl.h"
 #include "RpmSignerCreator.h"
+#include "Signature.h"
 #include "Signer.h"
 
 #include <cstdlib>
@@ -45,16 +46,6 @@ struct SignerReclaimer {
 // The answer to an exception that does not derive from std::exception and
 // so carries no text.
 constexpr char kUnknownExceptionText[] = "An exception of unknown type ended the verification";
-
-// The verdicts of RpmSigner::Process.
-enum Verdict : unsigned int {
-    kVerdictNotSigned = 0,
-    kVerdictSigned = 1,
-    kVerdictInvalidSignature = 2,
-    kVerdictInvalidHash = 3,
-    kVerdictInvalidStructure = 4,
-    kVerdictError = 5,
-};
 
 } // namespace
 
@@ -132,7 +123,7 @@ RPM_RESULT VerifyPackage(const std::string& packagePath, const std::string& keyP
     signer->_File = package.file;
 
     std::string message;
-    int verdict = kVerdictError;
+    int verdict = ProcessingError;
     try {
         verdict = signer->Process(true, false, false, message);
     } catch (const std::exception& error) {
@@ -147,18 +138,18 @@ RPM_RESULT VerifyPackage(const std::string& packagePath, const std::string& keyP
     // Process answers 0 for an unsigned package and 1 for a signed one; the
     // statuses have them the other way round. The message Process wrote is
     // not passed on.
-    switch (static_cast<unsigned int>(verdict)) {
-    case kVerdictNotSigned:
+    switch (static_cast<uint32_t>(verdict)) {
+    case Unsigned:
         return response(RPM_NOT_SIGNED, packagePath + contract::kVerifyNotSigned);
-    case kVerdictSigned:
+    case Valid:
         return response(RPM_SIGNED, packagePath + contract::kVerifySigned);
-    case kVerdictInvalidSignature:
+    case InvalidSignature:
         return response(RPM_INVALID_SIGNATURE, packagePath + contract::kVerifyInvalidSignature);
-    case kVerdictInvalidHash:
+    case InvalidHash:
         return response(RPM_INVALID_HASH, packagePath + contract::kVerifyInvalidHash);
-    case kVerdictInvalidStructure:
+    case InvalidStructure:
         return response(RPM_INVALID_STRUCTURE, packagePath + contract::kVerifyInvalidStructure);
-    case kVerdictError:
+    case ProcessingError:
         return response(RPM_ERROR, contract::kVerifyInternalError + packagePath);
     default:
         return response(RPM_ERROR, contract::kVerifyUnknownError);

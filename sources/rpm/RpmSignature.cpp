@@ -2,6 +2,7 @@
 
 #include "ByteReader.h"
 #include "ContractTexts.h"
+#include "DigestSlot.h"
 #include "Exceptions.h"
 
 #include <algorithm>
@@ -201,7 +202,7 @@ PgpSignature* RpmSignature::MakePgpSignature(unsigned char* blob, uint32_t lengt
 ProcessingResult RpmSignature::Verify(std::string& message) const {
     // SHA-1 of the main header, compared as lower-case hexadecimal text. A
     // copy is finalised so that the stored digest stays open.
-    DigestBase* headerDigest = GetDigest(0);
+    DigestBase* headerDigest = GetDigest(kSlotHeaderSha1);
     if (headerDigest == nullptr) {
         throw NotDefinedException("The SHA1 digest of the main header has not been computed");
     }
@@ -218,7 +219,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
     }
 
     // MD5 of the main header and payload, compared bytewise.
-    DigestBase* packageDigest = GetDigest(3);
+    DigestBase* packageDigest = GetDigest(kSlotPackageMd5);
     if (packageDigest == nullptr) {
         throw NotDefinedException("The MD5 digest of the main header and payload has not been computed");
     }
@@ -234,7 +235,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
     }
 
     ProcessingResult result = InvalidSignature;
-    VerifyPgpSignature(_HeaderSignature, GetDigest(1), result, message);
+    VerifyPgpSignature(_HeaderSignature, GetDigest(kSlotHeaderSignature), result, message);
     if (result != Valid) {
         return result;
     }
@@ -246,7 +247,7 @@ ProcessingResult RpmSignature::Verify(std::string& message) const {
 
     // Every payload signature is checked; one valid signature is enough.
     bool anyValid = false;
-    DigestBase* payloadDigest = GetDigest(4);
+    DigestBase* payloadDigest = GetDigest(kSlotPackageSignature);
     for (PgpSignature* signature : _PgpSignatures) {
         VerifyPgpSignature(signature, payloadDigest, result, message);
         anyValid = anyValid || result == Valid;
@@ -262,8 +263,8 @@ void RpmSignature::VerifyPgpSignature(PgpSignature* signature, DigestBase* diges
                                       std::string& message) const {
     // The digest is lent: a signature holds a single digest without owning
     // it. Lending the same digest again must not turn it into an owned one.
-    if (signature->GetDigest(0) != digest) {
-        signature->SetDigest(0, digest);
+    if (signature->GetDigest(kSlotSignedData) != digest) {
+        signature->SetDigest(kSlotSignedData, digest);
     }
     result = signature->Verify(message);
     if (result == InvalidSignature) {
@@ -307,9 +308,7 @@ unsigned int RpmSignature::GetEntryStorageSize(RpmDataType type, unsigned char* 
         return 8;
     case RPM_STRING_TYPE:
         if (data == nullptr) {
-            throw ArgumentException(
-                "Function RpmSignature::GetEntryStorageSize does not allow NULL value as an "
-                "argument");
+            throw ArgumentException(exception_text::NullArgument("RpmSignature::GetEntryStorageSize"));
         }
         return static_cast<unsigned int>(std::strlen(reinterpret_cast<const char*>(data))) + 1;
     case RPM_BIN_TYPE:

@@ -3,6 +3,7 @@
 #include "ByteReader.h"
 #include "ContractTexts.h"
 #include "Digest.h"
+#include "DigestSlot.h"
 #include "Exceptions.h"
 #include "FileHelper.h"
 #include "RpmSignature.h"
@@ -39,9 +40,6 @@ constexpr unsigned char kFirstSignatureTag[4] = {0x00, 0x00, 0x00, 0x3E};
 // the parser allocate more.
 constexpr uint32_t kMaxSignatureDataSize = 64u * 1024 * 1024;
 constexpr uint32_t kMaxSignatureIndexCount = 255;
-
-// The verdict when an exception ended processing.
-constexpr int kProcessingError = 5;
 
 // Reads up to length bytes at position, retrying short reads until the end
 // of the file; answers the count read.
@@ -169,7 +167,7 @@ int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
         return verdict;
     } catch (const std::exception& error) {
         message = error.what();
-        return kProcessingError;
+        return ProcessingError;
     }
 }
 
@@ -307,11 +305,11 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
         // The container owns them from here on.
         DigestBase* sha1 = headerSha1.get();
         DigestBase* digest = headerDigest.get();
-        signature->SetDigest(0, headerSha1.get());
+        signature->SetDigest(kSlotHeaderSha1, headerSha1.get());
         headerSha1.release();
-        signature->SetDigest(1, headerDigest.get());
+        signature->SetDigest(kSlotHeaderSignature, headerDigest.get());
         headerDigest.release();
-        signature->SetDigest(2, headerSpare.get());
+        signature->SetDigest(kSlotHeaderSpareSha1, headerSpare.get());
         headerSpare.release();
         // The header-and-payload digests of the signature's algorithm and of
         // SHA-1 begin with the main header: they start as copies of the
@@ -355,11 +353,11 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
         offset += static_cast<uint64_t>(count);
     } while (static_cast<unsigned long>(count) == chunkSize || (count != 0 && offset < fileSize));
 
-    signature->SetDigest(3, packageMd5.get());
+    signature->SetDigest(kSlotPackageMd5, packageMd5.get());
     packageMd5.release();
-    signature->SetDigest(4, packageDigest.get());
+    signature->SetDigest(kSlotPackageSignature, packageDigest.get());
     packageDigest.release();
-    signature->SetDigest(5, packageSpare.get());
+    signature->SetDigest(kSlotPackageSpareSha1, packageSpare.get());
     packageSpare.release();
     return signature;
 }

@@ -16,7 +16,7 @@ public:
     explicit RpmSigner(unsigned int mode);
     ~RpmSigner() override;
 
-    // The verdict (ProcessingResult), or 5 with the exception's text in
+    // The verdict (ProcessingResult), or ProcessingError with the exception's text in
     // message when anything throws. The first and third flags are ignored.
     int Process(bool, bool copy, bool, std::string& message) override;
     using Signer::BuildContentInfo;

@@ -21,7 +21,7 @@ RpmSignerCreator::~RpmSignerCreator() {}
 
 bool RpmSignerCreator::IsMe(FileHelper* file) {
     if (file == nullptr) {
-        throw ArgumentException("Function RpmSignerCreator::IsMe does not allow NULL value as an argument");
+        throw ArgumentException(exception_text::NullArgument("RpmSignerCreator::IsMe"));
     }
     if (file->IsFolder()) {
         return false;

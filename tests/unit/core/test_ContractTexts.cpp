@@ -199,6 +199,9 @@ TEST(ContractTexts, ArmoredMessageAndCertificate) {
     EXPECT_CONTRACT_TEXT(kUnsupportedPacketTag, "Unsupported packet tag");
     EXPECT_CONTRACT_TEXT(kCertificateWithoutMessage,
                          "Function PgpCertificate::PgpCertificate does not allow NULL value as an argument");
+    // The same words as every other null-argument detail.
+    EXPECT_EQ(exception_text::NullArgument("PgpCertificate::PgpCertificate"),
+              contract::kCertificateWithoutMessage);
 }
 
 TEST(ContractTexts, OpenPgpPackets) {
@@ -280,6 +283,8 @@ TEST(ContractTexts, ExceptionTitles) {
     EXPECT_CONTRACT_TEXT(kTitlePkcs7Inner, "Error during processing PKCS7 structure");
     EXPECT_CONTRACT_TEXT(kTitleNone, "");
     EXPECT_CONTRACT_TEXT(kTitleSeparator, ": ");
+    EXPECT_CONTRACT_TEXT(kNullArgumentBegin, "Function ");
+    EXPECT_CONTRACT_TEXT(kNullArgumentEnd, " does not allow NULL value as an argument");
 }
 
 TEST(ContractTexts, BaseUtilities) {

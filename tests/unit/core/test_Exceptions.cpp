@@ -36,6 +36,14 @@ TEST(Exceptions, EmptyDetailKeepsTheSeparatorOnlyForTitledClasses) {
     EXPECT_STREQ(Base64OperationException("").what(), "");
 }
 
+TEST(Exceptions, NullArgumentNamesTheFunction) {
+    EXPECT_EQ(exception_text::NullArgument("RpmSignerCreator::IsMe"),
+              "Function RpmSignerCreator::IsMe does not allow NULL value as an argument");
+    EXPECT_EQ(exception_text::NullArgument(""), "Function  does not allow NULL value as an argument");
+    EXPECT_STREQ(ArgumentException(exception_text::NullArgument("der_to_pem")).what(),
+                 "Invalid argument: Function der_to_pem does not allow NULL value as an argument");
+}
+
 TEST(Exceptions, HierarchyAndCopies) {
     EXPECT_TRUE((std::is_base_of<FileIoException, FileNotFoundException>::value));
     EXPECT_TRUE((std::is_base_of<FileIoException, InvalidFileStructureException>::value));
