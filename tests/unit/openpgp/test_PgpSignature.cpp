@@ -347,7 +347,9 @@ TEST_F(PgpSignatureFixtures, EitherQuickCheckByteWrongFailsTheQuickCheck) {
 // Every single-byte change of a real signature packet, checked against the
 // data it signs with its own key: the packet is refused or the check fails.
 // The unhashed subpacket area (its length and content) is not covered by the
-// signature, so only changes outside it must never verify.
+// signature, and neither is the low byte of the signature MPI's bit count as
+// long as the MPI keeps its byte length (rpmkeys accepts those too), so only
+// changes outside those must never verify.
 TEST_F(PgpSignatureFixtures, EveryByteChangeOfARealSignatureIsNeverValid) {
     const Bytes data = testsupport::ReadBytes(fixtures::DataFile());
     UseKey(fixtures::KeyArmored("rsa2048"));
@@ -365,9 +367,17 @@ TEST_F(PgpSignatureFixtures, EveryByteChangeOfARealSignatureIsNeverValid) {
     const size_t unhashedAt = 9 + (size_t(original[7]) << 8 | original[8]);
     const size_t unhashedEnd =
         unhashedAt + 2 + (size_t(original[unhashedAt]) << 8 | original[unhashedAt + 1]);
+    // After the unhashed area: the hash's left 16 bits, then the MPI's bit count.
+    const size_t bitCountAt = unhashedEnd + 2;
+    ASSERT_LT(bitCountAt + 1, original.size());
+    const size_t mpiBytes = ((size_t(original[bitCountAt]) << 8 | original[bitCountAt + 1]) + 7) / 8;
+    auto keepsMpiLength = [&](size_t at, unsigned char value) {
+        return at == bitCountAt + 1 && ((size_t(original[bitCountAt]) << 8 | value) + 7) / 8 == mpiBytes;
+    };
     size_t refused = 0;
     size_t failed = 0;
     size_t unhashedValid = 0;
+    size_t bitCountValid = 0;
     for (size_t at = 0; at < original.size(); ++at) {
         for (unsigned char value : {0x00, 0x01, 0x09, 0x10, 0x7F, 0x80, 0xFF}) {
             if (original[at] == value) {
@@ -393,14 +403,16 @@ TEST_F(PgpSignatureFixtures, EveryByteChangeOfARealSignatureIsNeverValid) {
                 ++failed;
             } else if (at >= unhashedAt && at < unhashedEnd) {
                 ++unhashedValid;
+            } else if (keepsMpiLength(at, value)) {
+                ++bitCountValid;
             } else {
                 ADD_FAILURE() << "byte " << at << " set to " << int(value) << " still verifies";
             }
         }
     }
     std::printf("signature byte changes: %zu refused when parsed, %zu failed the check, %zu in the unhashed "
-                "area verify\n",
-                refused, failed, unhashedValid);
+                "area and %zu in the MPI bit count verify\n",
+                refused, failed, unhashedValid, bitCountValid);
     EXPECT_GT(refused, 0u);
     EXPECT_GT(failed, 0u);
 }
