@@ -73,8 +73,10 @@ unsigned long SizeOf(const FileHelper& file) {
 }
 
 // The lead, the signature header's record and, in most packages, the whole
-// signature header are taken with this one read.
-constexpr unsigned long kFirstReadSize = 4096;
+// signature header are taken with this one read: rpmsign reserves about 4 KiB
+// of padding in the signature header, and the digests and two RSA-4096
+// signatures add about 1.5 KiB to it.
+constexpr unsigned long kFirstReadSize = 8192;
 
 // The chunk buffer of the digest pass, kept by each thread that verifies, so
 // that a package costs no allocation for it.
@@ -103,7 +105,7 @@ constexpr uint32_t kTagPayloadSignature = 1002;
 // other check has had its say.
 // The entries are in host order by now (the tag stays in file order), and
 // each signature blob lies inside the data store: the container checked it.
-void RequirePayloadCoverage(const FileHelper& file, uint64_t mainHeaderOffset, const unsigned char* index,
+void RequirePayloadCoverage(const FileHelper& file, uint64_t mainHeaderEnd, const unsigned char* index,
                             uint32_t indexCount) {
     const unsigned char* store = index + kIndexEntrySize * indexCount;
     const unsigned char* headerBlob = nullptr;
@@ -128,14 +130,117 @@ void RequirePayloadCoverage(const FileHelper& file, uint64_t mainHeaderOffset, c
         }
     }
 
-    unsigned char record[kHeaderRecordSize];
-    ReadHeaderRecord(file, mainHeaderOffset, record);
-    const uint64_t headerEnd = mainHeaderOffset + kHeaderRecordSize +
-                               kIndexEntrySize * LoadBigEndian32(record + 8) + LoadBigEndian32(record + 12);
-    if (SizeOf(file) <= headerEnd) {
+    if (SizeOf(file) <= mainHeaderEnd) {
         throw InvalidFileStructureException("The package has no payload: its header-and-payload signature "
                                             "covers no payload byte.");
     }
+}
+
+// The container owns a digest once it is set; until then the caller does.
+void HandOver(RpmSignature* signature, DigestSlot slot, std::unique_ptr<DigestBase>& digest) {
+    signature->SetDigest(slot, digest.get());
+    digest.release();
+}
+
+// One pass over the file from the main header to its end, in chunks of the
+// file's buffer size, starting at the main header: the first chunk also gives
+// the main header's record and, for most packages, the whole main header, so
+// no byte is read twice. The header-only digests take the main header's
+// bytes, MD5 takes every byte, and the header-and-payload digests of the
+// signature's algorithm and of SHA-1 start as copies of the header's digests
+// once the header is complete (the same values as hashing the main header a
+// second time) and take every byte after it. A full chunk is followed by one
+// more read, so a region of an exact multiple of the chunk size ends with an
+// empty read; a short read is not the end of the file (network and FUSE file
+// systems answer with less than asked): the pass goes on until it reaches the
+// file's size or a read gives nothing. Answers where the main header ends.
+uint64_t StreamDigests(const FileHelper& file, FileHelper* output, RpmSignature* signature,
+                       uint64_t mainHeaderOffset) {
+    const unsigned long chunkSize = file.GetBufferSize();
+    // Filled by each read before it is used, so it is not zeroed first.
+    char* chunk = ChunkBuffer(chunkSize);
+    long count = file.ReadAt(chunk, mainHeaderOffset, chunkSize);
+    if (count < 0) {
+        throw FileIoException("Cannot read file " + file.GetPath());
+    }
+    unsigned char record[kHeaderRecordSize];
+    if (static_cast<unsigned long>(count) >= kHeaderRecordSize) {
+        std::memcpy(record, chunk, sizeof(record));
+    } else {
+        ReadHeaderRecord(file, mainHeaderOffset, record);
+    }
+    if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
+        throw InvalidFileStructureException(contract::kRpmMainHeaderMagic);
+    }
+    const uint32_t indexCount = LoadBigEndian32(record + 8);
+    const uint32_t dataSize = LoadBigEndian32(record + 12);
+
+    const soapWrap::HashAlgorithm algorithm = signature->GetHashAlgorithm();
+    const bool spareSha1 = algorithm != soapWrap::SHA1;
+
+    const uint64_t headerSize = kHeaderRecordSize + kIndexEntrySize * indexCount + dataSize;
+    const unsigned long fileSize = SizeOf(file);
+    if (mainHeaderOffset > fileSize || headerSize > fileSize - mainHeaderOffset) {
+        throw InvalidFileStructureException(
+            "Header section: the main header claims " + std::to_string(indexCount) + " index entries and " +
+            std::to_string(dataSize) + " bytes of data, more than the file holds.");
+    }
+
+    std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
+    std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
+    std::unique_ptr<DigestBase> packageMd5(new Digest(soapWrap::MD5));
+    std::unique_ptr<DigestBase> packageDigest;
+    std::unique_ptr<DigestBase> packageSpare;
+    uint64_t headerLeft = headerSize;
+    uint64_t offset = mainHeaderOffset;
+    while (true) {
+        const unsigned long length = static_cast<unsigned long>(count);
+        const unsigned long inHeader = static_cast<unsigned long>(std::min<uint64_t>(headerLeft, length));
+        if (inHeader > 0) {
+            headerSha1->Update(chunk, inHeader);
+            headerDigest->Update(chunk, inHeader);
+            headerLeft -= inHeader;
+        }
+        if (headerLeft == 0 && !packageDigest) {
+            // The header is complete: the container owns its digests from
+            // here on; the spare SHA-1 of the header equals the first and is
+            // copied, not hashed again.
+            packageDigest.reset(headerDigest->Copy());
+            if (spareSha1) {
+                packageSpare.reset(headerSha1->Copy());
+            }
+            std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
+            HandOver(signature, kSlotHeaderSha1, headerSha1);
+            HandOver(signature, kSlotHeaderSignature, headerDigest);
+            HandOver(signature, kSlotHeaderSpareSha1, headerSpare);
+        }
+        packageMd5->Update(chunk, length);
+        if (inHeader < length) {
+            packageDigest->Update(chunk + inHeader, length - inHeader);
+            if (packageSpare) {
+                packageSpare->Update(chunk + inHeader, length - inHeader);
+            }
+        }
+        if (output != nullptr) {
+            output->WriteBlock(chunk, length);
+        }
+        offset += static_cast<uint64_t>(count);
+        if (!(length == chunkSize || (count != 0 && offset < fileSize))) {
+            break;
+        }
+        count = file.ReadAt(chunk, offset, chunkSize);
+        if (count < 0) {
+            throw FileIoException("Cannot read file " + file.GetPath());
+        }
+    }
+    if (headerLeft != 0) {
+        throw InvalidFileStructureException("Header section: the file ends inside the main header.");
+    }
+
+    HandOver(signature, kSlotPackageMd5, packageMd5);
+    HandOver(signature, kSlotPackageSignature, packageDigest);
+    HandOver(signature, kSlotPackageSpareSha1, packageSpare);
+    return mainHeaderOffset + headerSize;
 }
 
 } // namespace
@@ -159,10 +264,12 @@ int RpmSigner::Process(bool, bool copy, bool, std::string& message) {
     try {
         unsigned long mainHeaderOffset = 0;
         std::unique_ptr<RpmSignature> signature(ParseSignature(mainHeaderOffset, copy));
-        PassDigestsToSignature(signature.get(), mainHeaderOffset, copy);
+        // ParseSignature has made sure that a copy has its output file.
+        const uint64_t mainHeaderEnd =
+            StreamDigests(*_File, copy ? _OutputFile : nullptr, signature.get(), mainHeaderOffset);
         const int verdict = signature->Verify(message);
         if (verdict == kProcessingValid) {
-            RequirePayloadCoverage(*_File, mainHeaderOffset, _SignatureHeader, _EntryCount);
+            RequirePayloadCoverage(*_File, mainHeaderEnd, _SignatureHeader, _EntryCount);
         }
         return verdict;
     } catch (const std::exception& error) {
@@ -258,106 +365,6 @@ RpmSignature* RpmSigner::PassDigestsToSignature(RpmSignature* signature, uint64_
     if (copy && _OutputFile == nullptr) {
         throw ArgumentException("RpmSigner has no output file to copy the package into");
     }
-    const FileHelper& file = *_File;
-
-    unsigned char record[kHeaderRecordSize];
-    ReadHeaderRecord(file, mainHeaderOffset, record);
-    if (std::memcmp(record, kHeaderMagic, sizeof(kHeaderMagic)) != 0) {
-        throw InvalidFileStructureException(contract::kRpmMainHeaderMagic);
-    }
-    const uint32_t indexCount = LoadBigEndian32(record + 8);
-    const uint32_t dataSize = LoadBigEndian32(record + 12);
-
-    const soapWrap::HashAlgorithm algorithm = signature->GetHashAlgorithm();
-    const bool spareSha1 = algorithm != soapWrap::SHA1;
-
-    // The main header by itself, for the header-only digests.
-    const uint64_t headerSize = kHeaderRecordSize + kIndexEntrySize * indexCount + dataSize;
-    const unsigned long fileSize = SizeOf(file);
-    if (mainHeaderOffset > fileSize || headerSize > fileSize - mainHeaderOffset) {
-        throw InvalidFileStructureException(
-            "Header section: the main header claims " + std::to_string(indexCount) + " index entries and " +
-            std::to_string(dataSize) + " bytes of data, more than the file holds.");
-    }
-    const unsigned long chunkSize = file.GetBufferSize();
-    // Filled by each read before it is used, so it is not zeroed first. A
-    // main header that fits is read into it too, before the chunks are.
-    char* chunk = ChunkBuffer(chunkSize);
-    std::unique_ptr<DigestBase> packageDigest;
-    std::unique_ptr<DigestBase> packageSpare;
-    {
-        // Streamed through the chunk buffer: memory stays one chunk whatever
-        // size the header claims, and the digests are those of the whole header.
-        std::unique_ptr<DigestBase> headerSha1(new Digest(soapWrap::SHA1));
-        std::unique_ptr<DigestBase> headerDigest(new Digest(algorithm));
-        unsigned char* piece = reinterpret_cast<unsigned char*>(chunk);
-        for (uint64_t done = 0; done < headerSize;) {
-            const uint64_t length = std::min<uint64_t>(chunkSize, headerSize - done);
-            if (ReadFully(file, mainHeaderOffset + done, piece, length) != length) {
-                throw InvalidFileStructureException("Header section: the file ends inside the main header.");
-            }
-            headerSha1->Update(piece, length);
-            headerDigest->Update(piece, length);
-            done += length;
-        }
-        // The spare SHA-1 of the header equals the first; it is copied, not hashed again.
-        std::unique_ptr<DigestBase> headerSpare(spareSha1 ? headerSha1->Copy() : nullptr);
-        // The container owns them from here on.
-        DigestBase* sha1 = headerSha1.get();
-        DigestBase* digest = headerDigest.get();
-        signature->SetDigest(kSlotHeaderSha1, headerSha1.get());
-        headerSha1.release();
-        signature->SetDigest(kSlotHeaderSignature, headerDigest.get());
-        headerDigest.release();
-        signature->SetDigest(kSlotHeaderSpareSha1, headerSpare.get());
-        headerSpare.release();
-        // The header-and-payload digests of the signature's algorithm and of
-        // SHA-1 begin with the main header: they start as copies of the
-        // header's digests and are fed only what follows it, which gives the
-        // same values as hashing the main header a second time.
-        packageDigest.reset(digest->Copy());
-        if (spareSha1) {
-            packageSpare.reset(sha1->Copy());
-        }
-    }
-
-    // The main header and the payload, streamed once; MD5 takes every byte,
-    // the copies above every byte after the main header.
-    std::unique_ptr<DigestBase> packageMd5(new Digest(soapWrap::MD5));
-    uint64_t headerLeft = headerSize;
-    // A short read is not the end of the file (network and FUSE file
-    // systems answer with less than asked): the pass goes on after one until
-    // it reaches the file's size or a read gives nothing. A full chunk is
-    // followed by one more read, so a region of an exact multiple of the
-    // chunk size ends with an empty read.
-    uint64_t offset = mainHeaderOffset;
-    long count = 0;
-    do {
-        count = file.ReadAt(chunk, offset, chunkSize);
-        if (count < 0) {
-            throw FileIoException("Cannot read file " + file.GetPath());
-        }
-        const unsigned long length = static_cast<unsigned long>(count);
-        const unsigned long skip = static_cast<unsigned long>(std::min<uint64_t>(headerLeft, length));
-        headerLeft -= skip;
-        packageMd5->Update(chunk, length);
-        if (skip < length) {
-            packageDigest->Update(chunk + skip, length - skip);
-            if (packageSpare) {
-                packageSpare->Update(chunk + skip, length - skip);
-            }
-        }
-        if (copy) {
-            _OutputFile->WriteBlock(chunk, length);
-        }
-        offset += static_cast<uint64_t>(count);
-    } while (static_cast<unsigned long>(count) == chunkSize || (count != 0 && offset < fileSize));
-
-    signature->SetDigest(kSlotPackageMd5, packageMd5.get());
-    packageMd5.release();
-    signature->SetDigest(kSlotPackageSignature, packageDigest.get());
-    packageDigest.release();
-    signature->SetDigest(kSlotPackageSpareSha1, packageSpare.get());
-    packageSpare.release();
+    StreamDigests(*_File, copy ? _OutputFile : nullptr, signature, mainHeaderOffset);
     return signature;
 }
