@@ -63,7 +63,6 @@ FULL_DESC with the host's sentence for each message identifier.
 MANIFEST is a JSON file:
   {
     "session": {
-      "TEMP_FOLDER": "/tmp/signing-run",
       "signing_url": "http://127.0.0.1:8080/keys/release.asc",
       "SIGNING_LOCAL_PUBLIC_KEY": "${MANIFEST_DIR}/release.asc"
     },
@@ -85,7 +84,8 @@ MANIFEST is a JSON file:
 operands expands to them, once). "${MANIFEST_DIR}" is the manifest's own
 folder; it is also expanded in the "signature" session value. Environments are optional; an object inside one is a nested
 environment (as "phonehome" is). Without "TEMP_FOLDER" the host makes a
-temporary folder for the run and removes it afterwards.
+private temporary folder for the run (mkdtemp, mode 0700) and removes it
+afterwards: leave it out rather than name a shared folder such as /tmp.
 
 A component whose type is almost "rpm" ("RPM", "rpm ") or whose package
 folder uses a ${NAME} that is not set is named in a warning before the run:
