@@ -103,6 +103,17 @@ private:
     size_t m_Next = 0;
 };
 
+// A path whose status cannot be had: missing (FileNotFoundException) or
+// otherwise unreadable (FileIoException).
+[[noreturn]] void ThrowNoStatus(const std::string& path, int error) {
+    const std::string detail =
+        contract::kFileCannotGetStatus + path + contract::kQuotedErrorJoint + ErrorText(error);
+    if (error == ENOENT) {
+        throw FileNotFoundException(detail);
+    }
+    throw FileIoException(detail);
+}
+
 // Never destroyed: file objects may close after static destruction began.
 OpenedSizes& Opened() {
     static OpenedSizes* sizes = new OpenedSizes();
@@ -116,24 +127,37 @@ OpenedSizes& Opened() {
 
 FileHelper::FileHelper(const std::string& path)
     : _Value{}, _Descriptor(-1), _Path(path), _ReadOnly(true), _IsFolder(false) {
-    struct stat status;
-    if (stat(_Path.c_str(), &status) != 0) {
-        const int error = errno;
-        const std::string detail =
-            contract::kFileCannotGetStatus + _Path + contract::kQuotedErrorJoint + ErrorText(error);
-        if (error == ENOENT) {
-            throw FileNotFoundException(detail);
-        }
-        throw FileIoException(detail);
-    }
-    if (S_ISDIR(status.st_mode)) {
-        _IsFolder = true;
-        return;
-    }
+    // The status comes from the opened descriptor, so that what is judged
+    // (folder, regular file, its size) is what is read; only when the open
+    // fails does the path's own status decide between a missing path, a
+    // folder that cannot be opened, and a file that cannot be opened.
     // Non-blocking, so that a FIFO or device cannot stall the caller.
     _Descriptor = open(_Path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status;
     if (_Descriptor == -1) {
-        throw FileIoException(contract::kFileCannotOpen + _Path + contract::kErrorJoint + ErrorText(errno));
+        const int openError = errno;
+        if (stat(_Path.c_str(), &status) != 0) {
+            ThrowNoStatus(_Path, errno);
+        }
+        if (S_ISDIR(status.st_mode)) {
+            _IsFolder = true;
+            return;
+        }
+        throw FileIoException(contract::kFileCannotOpen + _Path + contract::kErrorJoint +
+                              ErrorText(openError));
+    }
+    if (fstat(_Descriptor, &status) != 0) {
+        const int error = errno;
+        close(_Descriptor);
+        _Descriptor = -1;
+        ThrowNoStatus(_Path, error);
+    }
+    if (S_ISDIR(status.st_mode)) {
+        // A folder object holds no descriptor.
+        close(_Descriptor);
+        _Descriptor = -1;
+        _IsFolder = true;
+        return;
     }
     if (S_ISREG(status.st_mode)) {
         Opened().Remember(this, static_cast<unsigned long>(status.st_size));
