@@ -35,7 +35,9 @@ constexpr unsigned long kMaxTransfer = 0x7ffff000UL;
 // Reads length bytes at position, going on after a short read: network and
 // FUSE file systems may answer with less than asked before the end of the
 // file. Stops at the end of the file (a read of 0) or at a failed read;
-// bytes not delivered stay as they were in the buffer.
+// bytes not delivered stay as they were in the buffer. A seek and a read,
+// not a positional read: the integer getters leave the file's position
+// after the value, where a following Read(buffer, length) goes on.
 void ReadUntilEnd(const FileHelper& file, char* buffer, unsigned long position, unsigned long length) {
     unsigned long total = 0;
     while (total < length) {
@@ -258,6 +260,23 @@ long FileHelper::ReadAt(char* buffer, unsigned long position, unsigned long leng
     // cannot be positioned, a failing read, a position far out) goes the
     // way of the seek and the read, with their exceptions and results.
     return Read(buffer, position, length);
+}
+
+long FileHelper::ReadFullyAt(char* buffer, unsigned long position, unsigned long length) const {
+    // At least one read, also for no bytes: a file object without a
+    // descriptor fails the same way whatever the length.
+    unsigned long total = 0;
+    do {
+        const long count = ReadAt(buffer + total, position + total, length - total);
+        if (count < 0) {
+            return -1;
+        }
+        if (count == 0) {
+            break;
+        }
+        total += static_cast<unsigned long>(count);
+    } while (total < length);
+    return static_cast<long>(total);
 }
 
 bool FileHelper::GetOpenedSize(unsigned long& size) const {

@@ -40,6 +40,13 @@ public:
     // readers, which never read from the current position.
     __attribute__((visibility("hidden"))) long ReadAt(char* buffer, unsigned long position,
                                                       unsigned long length) const;
+    // ReadAt repeated after short reads (network and FUSE file systems may
+    // answer with less than asked before the end of the file) until length
+    // bytes are read or a read gives nothing: the count read, or -1 when a
+    // read failed. Reads at least once, so a length of 0 still fails on a
+    // file object that has nothing open.
+    __attribute__((visibility("hidden"))) long ReadFullyAt(char* buffer, unsigned long position,
+                                                           unsigned long length) const;
     // The size the one-string constructor found when it opened this file,
     // so that a reader need not ask the system again; false when the object
     // has no such size (a folder, the two-string form, a closed file), and

@@ -85,18 +85,11 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
         data.resize(size);
         // One read for the whole file; further reads only if the system
         // answers with less.
-        unsigned long total = 0;
-        do {
-            const long count = file->ReadAt(data.data() + total, total, size - total);
-            if (count < 0) {
-                throw FileIoException("Cannot read file " + path);
-            }
-            if (count == 0) {
-                break;
-            }
-            total += static_cast<unsigned long>(count);
-        } while (total < size);
-        data.resize(total);
+        const long count = file->ReadFullyAt(data.data(), 0, size);
+        if (count < 0) {
+            throw FileIoException("Cannot read file " + path);
+        }
+        data.resize(static_cast<unsigned long>(count));
         file->Close();
     }
     return CreateCertificate(data.data(), data.size(), format);

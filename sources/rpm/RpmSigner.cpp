@@ -44,19 +44,11 @@ constexpr uint32_t kMaxSignatureIndexCount = 255;
 // Reads up to length bytes at position, retrying short reads until the end
 // of the file; answers the count read.
 uint64_t ReadFully(const FileHelper& file, unsigned long position, unsigned char* buffer, uint64_t length) {
-    uint64_t total = 0;
-    while (total < length) {
-        const long count =
-            file.ReadAt(reinterpret_cast<char*>(buffer + total), position + total, length - total);
-        if (count < 0) {
-            throw FileIoException("Cannot read file " + file.GetPath());
-        }
-        if (count == 0) {
-            break;
-        }
-        total += static_cast<uint64_t>(count);
+    const long count = file.ReadFullyAt(reinterpret_cast<char*>(buffer), position, length);
+    if (count < 0) {
+        throw FileIoException("Cannot read file " + file.GetPath());
     }
-    return total;
+    return static_cast<uint64_t>(count);
 }
 
 // Reads a header record; bytes past the end of the file read as zero.

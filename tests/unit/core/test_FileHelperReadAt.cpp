@@ -57,6 +57,30 @@ TEST(FileHelperReadAt, FailsAsThePositionedRead) {
               kFileError + "File '" + path + "' was not open");
 }
 
+TEST(FileHelperReadFullyAt, ReadsUpToTheEndAndNeverMovesThePosition) {
+    TempDir dir;
+    WriteFile(dir.File("f"), "0123456789");
+    FileHelper file(dir.File("f"));
+    char buffer[16] = {};
+    EXPECT_EQ(file.ReadFullyAt(buffer, 2, 5), 5);
+    EXPECT_EQ(std::string(buffer, 5), "23456");
+    EXPECT_EQ(file.ReadFullyAt(buffer, 7, 16), 3);
+    EXPECT_EQ(std::string(buffer, 3), "789");
+    EXPECT_EQ(file.ReadFullyAt(buffer, 10, 4), 0);
+    EXPECT_EQ(file.ReadFullyAt(buffer, 0, 0), 0);
+    EXPECT_EQ(file.Read(buffer, 3), 3);
+    EXPECT_EQ(std::string(buffer, 3), "012");
+}
+
+TEST(FileHelperReadFullyAt, NoBytesStillFailOnAFolder) {
+    TempDir dir;
+    FileHelper folder(dir.Path());
+    ASSERT_TRUE(folder.IsFolder());
+    char buffer[1];
+    EXPECT_EQ(ThrownText<FileIoException>([&] { folder.ReadFullyAt(buffer, 0, 0); }),
+              kFileError + "File '" + dir.Path() + "' was not open");
+}
+
 TEST(FileHelperReadAt, PipeCannotBePositioned) {
     TempDir dir;
     ASSERT_EQ(mkfifo(dir.File("fifo").c_str(), 0600), 0);
