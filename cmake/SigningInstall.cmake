@@ -23,6 +23,9 @@ function(signing_split_debug target destination)
         set(file_name ${target})
     endif()
     set(debug_dir ${SIGNING_STAGE_DIR}/debug)
+    # The command runs inside it, and a Makefile build changes into it before
+    # any of the command's own steps could make it.
+    file(MAKE_DIRECTORY ${debug_dir})
     add_custom_command(OUTPUT ${SIGNING_STAGE_DIR}/${file_name} ${debug_dir}/${file_name}.debug
         COMMAND ${CMAKE_COMMAND} -E make_directory ${SIGNING_STAGE_DIR} ${debug_dir}
         COMMAND ${CMAKE_OBJCOPY} --only-keep-debug --compress-debug-sections $<TARGET_FILE:${target}>

@@ -37,15 +37,15 @@ ScratchFile::ScratchFile(const char* tag) {
         throw std::runtime_error("cannot make a scratch file: " + std::string(std::strerror(errno)));
     }
     close(fd);
-    _Path = pattern;
+    m_Path = pattern;
 }
 
 ScratchFile::~ScratchFile() {
-    unlink(_Path.c_str());
+    unlink(m_Path.c_str());
 }
 
 void ScratchFile::Write(const uint8_t* data, size_t size) const {
-    int fd = open(_Path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    int fd = open(m_Path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
     FUZZ_CHECK(fd >= 0);
     size_t done = 0;
     while (done < size) {

@@ -25,12 +25,12 @@ public:
     ScratchFile(const ScratchFile&) = delete;
     ScratchFile& operator=(const ScratchFile&) = delete;
 
-    const std::string& Path() const { return _Path; }
+    const std::string& Path() const { return m_Path; }
     // Replaces the content with the given bytes.
     void Write(const uint8_t* data, size_t size) const;
 
 private:
-    std::string _Path;
+    std::string m_Path;
 };
 
 // Verifies a package with a key through rpm_verify and checks the result:

@@ -18,7 +18,7 @@ CommandLine::CommandLine(const std::vector<std::string>& arguments, const std::v
     for (size_t index = 0; index < arguments.size(); ++index) {
         const std::string& argument = arguments[index];
         if (optionsEnded || argument.size() < 2 || argument[0] != '-') {
-            _Positionals.push_back(argument);
+            m_Positionals.push_back(argument);
             continue;
         }
         if (argument == "--") {
@@ -31,7 +31,7 @@ CommandLine::CommandLine(const std::vector<std::string>& arguments, const std::v
         if (spec == nullptr) {
             throw UsageError("unknown option '" + name + "'");
         }
-        if (_Options.count(name) != 0) {
+        if (m_Options.count(name) != 0) {
             throw UsageError("option '" + name + "' is given more than once");
         }
         std::string value;
@@ -49,13 +49,13 @@ CommandLine::CommandLine(const std::vector<std::string>& arguments, const std::v
         } else if (equals != std::string::npos) {
             throw UsageError("option '" + name + "' takes no value");
         }
-        _Options[name] = value;
+        m_Options[name] = value;
     }
 }
 
 std::string CommandLine::Value(const std::string& option, const std::string& fallback) const {
-    auto found = _Options.find(option);
-    return found == _Options.end() ? fallback : found->second;
+    auto found = m_Options.find(option);
+    return found == m_Options.end() ? fallback : found->second;
 }
 
 } // namespace host

@@ -20,14 +20,14 @@ public:
     // value given to a flag, or a missing value.
     CommandLine(const std::vector<std::string>& arguments, const std::vector<OptionSpec>& options);
 
-    bool Has(const std::string& option) const { return _Options.count(option) != 0; }
+    bool Has(const std::string& option) const { return m_Options.count(option) != 0; }
     // The option's value, or the fallback when it was not given.
     std::string Value(const std::string& option, const std::string& fallback = std::string()) const;
-    const std::vector<std::string>& Positionals() const { return _Positionals; }
+    const std::vector<std::string>& Positionals() const { return m_Positionals; }
 
 private:
-    std::map<std::string, std::string> _Options;
-    std::vector<std::string> _Positionals;
+    std::map<std::string, std::string> m_Options;
+    std::vector<std::string> m_Positionals;
 };
 
 } // namespace host

@@ -35,12 +35,12 @@ bool LiveOutput::IsTerminal(std::FILE* stream) {
 
 void LiveOutput::LogLine(const std::string& line) {
     ClearBar();
-    std::fputs(line.c_str(), _Stream);
+    std::fputs(line.c_str(), m_Stream);
     if (line.empty() || line.back() != '\n') {
-        std::fputc('\n', _Stream);
+        std::fputc('\n', m_Stream);
     }
     DrawBar();
-    std::fflush(_Stream);
+    std::fflush(m_Stream);
 }
 
 void LiveOutput::Progress(const std::string& value, const std::string& label, size_t done, size_t total) {
@@ -48,65 +48,65 @@ void LiveOutput::Progress(const std::string& value, const std::string& label, si
     errno = 0;
     long percent = std::strtol(value.c_str(), &end, 10);
     bool numeric = !value.empty() && end != nullptr && *end == '\0' && errno == 0;
-    if (!_Terminal) {
-        std::fprintf(_Stream, "progress: %s%s%s%s\n", value.c_str(), numeric ? "%" : "",
+    if (!m_Terminal) {
+        std::fprintf(m_Stream, "progress: %s%s%s%s\n", value.c_str(), numeric ? "%" : "",
                      label.empty() ? "" : " ", label.c_str());
-        std::fflush(_Stream);
+        std::fflush(m_Stream);
         return;
     }
-    _Percent = numeric ? (percent < 0 ? 0 : (percent > 100 ? 100 : percent)) : _Percent;
-    _Done = done;
-    _Total = total;
-    _Label = SafeText::Escape(label);
+    m_Percent = numeric ? (percent < 0 ? 0 : (percent > 100 ? 100 : percent)) : m_Percent;
+    m_Done = done;
+    m_Total = total;
+    m_Label = SafeText::Escape(label);
     ClearBar();
-    _BarShown = true;
+    m_BarShown = true;
     DrawBar();
-    std::fflush(_Stream);
+    std::fflush(m_Stream);
 }
 
 void LiveOutput::Count(size_t done, size_t total, const std::string& label) {
-    if (!_Terminal) {
+    if (!m_Terminal) {
         return;
     }
-    _Done = done;
-    _Total = total;
-    _Percent = total == 0 ? 0 : static_cast<long>(done * 100 / total);
-    _Label = SafeText::Escape(label);
+    m_Done = done;
+    m_Total = total;
+    m_Percent = total == 0 ? 0 : static_cast<long>(done * 100 / total);
+    m_Label = SafeText::Escape(label);
     ClearBar();
-    _BarShown = true;
+    m_BarShown = true;
     DrawBar();
-    std::fflush(_Stream);
+    std::fflush(m_Stream);
 }
 
 void LiveOutput::Above(const std::function<void()>& print) {
     ClearBar();
-    std::fflush(_Stream);
+    std::fflush(m_Stream);
     // No bar while print runs: log lines it writes must not draw one.
-    bool shown = _BarShown;
-    _BarShown = false;
+    bool shown = m_BarShown;
+    m_BarShown = false;
     print();
-    _BarShown = shown;
+    m_BarShown = shown;
     DrawBar();
-    std::fflush(_Stream);
+    std::fflush(m_Stream);
 }
 
 void LiveOutput::Finish() {
-    if (_Terminal && _BarShown) {
+    if (m_Terminal && m_BarShown) {
         ClearBar();
-        _BarShown = false;
-        std::fflush(_Stream);
+        m_BarShown = false;
+        std::fflush(m_Stream);
     }
 }
 
 void LiveOutput::ClearBar() {
-    if (_Terminal && _BarShown) {
-        std::fputs("\r\033[K", _Stream);
+    if (m_Terminal && m_BarShown) {
+        std::fputs("\r\033[K", m_Stream);
     }
 }
 
 size_t LiveOutput::Width() const {
     winsize size{};
-    if (ioctl(fileno(_Stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+    if (ioctl(fileno(m_Stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
         return size.ws_col;
     }
     return kFallbackWidth;
@@ -170,12 +170,12 @@ std::string LiveOutput::BarText(size_t width, long percent, size_t done, size_t 
 }
 
 void LiveOutput::DrawBar() {
-    if (!_Terminal || !_BarShown) {
+    if (!m_Terminal || !m_BarShown) {
         return;
     }
-    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - _Start).count();
-    std::string bar = BarText(Width(), _Percent, _Done, _Total, elapsed, _Label);
-    std::fputs(bar.c_str(), _Stream);
+    double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_Start).count();
+    std::string bar = BarText(Width(), m_Percent, m_Done, m_Total, elapsed, m_Label);
+    std::fputs(bar.c_str(), m_Stream);
 }
 
 } // namespace host

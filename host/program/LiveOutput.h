@@ -17,7 +17,7 @@ public:
     // terminal: draw a one-line bar that fits the terminal's width and that
     // each new line of output moves down.
     LiveOutput(std::FILE* stream, bool terminal)
-        : _Stream(stream), _Terminal(terminal), _Start(std::chrono::steady_clock::now()) {}
+        : m_Stream(stream), m_Terminal(terminal), m_Start(std::chrono::steady_clock::now()) {}
     ~LiveOutput() { Finish(); }
     LiveOutput(const LiveOutput&) = delete;
     LiveOutput& operator=(const LiveOutput&) = delete;
@@ -49,14 +49,14 @@ private:
     void DrawBar();
     size_t Width() const;
 
-    std::FILE* _Stream;
-    bool _Terminal;
-    std::chrono::steady_clock::time_point _Start;
-    bool _BarShown = false;
-    long _Percent = 0;
-    size_t _Done = 0;
-    size_t _Total = 0;
-    std::string _Label;
+    std::FILE* m_Stream;
+    bool m_Terminal;
+    std::chrono::steady_clock::time_point m_Start;
+    bool m_BarShown = false;
+    long m_Percent = 0;
+    size_t m_Done = 0;
+    size_t m_Total = 0;
+    std::string m_Label;
 };
 
 } // namespace host

@@ -27,10 +27,10 @@ constexpr int kMaxEnvironmentDepth = 8;
 // the manifest and the field.
 class Checker {
 public:
-    explicit Checker(const std::string& origin) : _Origin(origin) {}
+    explicit Checker(const std::string& origin) : m_Origin(origin) {}
 
     [[noreturn]] void Fail(const std::string& problem) const {
-        throw SetupError("the manifest '" + _Origin + "' " + problem);
+        throw SetupError("the manifest '" + m_Origin + "' " + problem);
     }
 
     static std::string Field(const std::string& parent, const std::string& key) {
@@ -125,7 +125,7 @@ private:
         }
     }
 
-    std::string _Origin;
+    std::string m_Origin;
 };
 
 // An environment of the manifest as the host's map; nested objects become
@@ -201,26 +201,26 @@ Manifest Manifest::Parse(const std::string& text, const std::string& origin, con
     }
 
     Manifest manifest;
-    manifest._SessionValues = check.OptionalTexts(document, "session");
-    manifest._Variables = check.OptionalTexts(document, "variables");
-    for (const auto& variable : manifest._Variables) {
-        if (manifest._SessionValues.count(variable.first) != 0) {
+    manifest.m_SessionValues = check.OptionalTexts(document, "session");
+    manifest.m_Variables = check.OptionalTexts(document, "variables");
+    for (const auto& variable : manifest.m_Variables) {
+        if (manifest.m_SessionValues.count(variable.first) != 0) {
             check.Fail("gives \"" + variable.first + "\" both in \"session\" and in \"variables\"");
         }
     }
-    if (manifest._SessionValues.count(kManifestFolderVariable) == 0 &&
-        manifest._Variables.count(kManifestFolderVariable) == 0) {
-        manifest._Variables[kManifestFolderVariable] = folder;
+    if (manifest.m_SessionValues.count(kManifestFolderVariable) == 0 &&
+        manifest.m_Variables.count(kManifestFolderVariable) == 0) {
+        manifest.m_Variables[kManifestFolderVariable] = folder;
     }
     // The plug-in reads "signature" as it is, without expansion; the host
     // expands "${MANIFEST_DIR}" in it so that a manifest can name a key
     // beside itself.
-    auto signature = manifest._SessionValues.find("signature");
-    if (signature != manifest._SessionValues.end()) {
+    auto signature = manifest.m_SessionValues.find("signature");
+    if (signature != manifest.m_SessionValues.end()) {
         const std::string marker = std::string("${") + kManifestFolderVariable + "}";
-        auto given = manifest._SessionValues.find(kManifestFolderVariable);
-        if (given == manifest._SessionValues.end()) {
-            given = manifest._Variables.find(kManifestFolderVariable);
+        auto given = manifest.m_SessionValues.find(kManifestFolderVariable);
+        if (given == manifest.m_SessionValues.end()) {
+            given = manifest.m_Variables.find(kManifestFolderVariable);
         }
         for (size_t at = signature->second.find(marker); at != std::string::npos;
              at = signature->second.find(marker, at + given->second.size())) {
@@ -262,19 +262,19 @@ Manifest Manifest::Parse(const std::string& text, const std::string& origin, con
                 record.components.push_back(std::move(item));
             }
         }
-        manifest._Products.push_back(std::move(record));
+        manifest.m_Products.push_back(std::move(record));
     }
     return manifest;
 }
 
 void Manifest::Apply(HostSession& session) const {
-    for (const auto& variable : _Variables) {
+    for (const auto& variable : m_Variables) {
         session.SetValue(variable.first, variable.second);
     }
-    for (const auto& value : _SessionValues) {
+    for (const auto& value : m_SessionValues) {
         session.SetValue(value.first, value.second);
     }
-    for (const ManifestProduct& product : _Products) {
+    for (const ManifestProduct& product : m_Products) {
         Product& added =
             session.Installation().AddProduct(product.name, BuildEnvironment(session, product.environment));
         for (const ManifestComponent& component : product.components) {

@@ -66,14 +66,14 @@ public:
     // installation in manifest order.
     void Apply(HostSession& session) const;
 
-    const std::map<std::string, std::string>& SessionValues() const { return _SessionValues; }
-    const std::map<std::string, std::string>& Variables() const { return _Variables; }
-    const std::vector<ManifestProduct>& Products() const { return _Products; }
+    const std::map<std::string, std::string>& SessionValues() const { return m_SessionValues; }
+    const std::map<std::string, std::string>& Variables() const { return m_Variables; }
+    const std::vector<ManifestProduct>& Products() const { return m_Products; }
 
 private:
-    std::map<std::string, std::string> _SessionValues;
-    std::map<std::string, std::string> _Variables;
-    std::vector<ManifestProduct> _Products;
+    std::map<std::string, std::string> m_SessionValues;
+    std::map<std::string, std::string> m_Variables;
+    std::vector<ManifestProduct> m_Products;
 };
 
 } // namespace host

@@ -33,7 +33,7 @@ std::string FolderOf(const std::string& path) {
 
 } // namespace
 
-Plugin::Plugin(const std::string& path) : _Path(path) {
+Plugin::Plugin(const std::string& path) : m_Path(path) {
     if (!IsRegularFile(path)) {
         throw SetupError("the plug-in '" + path +
                          "' does not exist or is not a file; build it with 'make build' " +
@@ -43,17 +43,17 @@ Plugin::Plugin(const std::string& path) : _Path(path) {
     // the user means the file in the current folder.
     std::string openPath = path.find('/') == std::string::npos ? "./" + path : path;
     dlerror();
-    _Handle = dlopen(openPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (_Handle == nullptr) {
+    m_Handle = dlopen(openPath.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (m_Handle == nullptr) {
         throw SetupError("cannot load the plug-in '" + path + "': " + DlError());
     }
 }
 
 void* Plugin::Symbol(const char* name) const {
     dlerror();
-    void* address = dlsym(_Handle, name);
+    void* address = dlsym(m_Handle, name);
     if (address == nullptr) {
-        throw SetupError("the plug-in '" + _Path + "' has no entry point '" + name + "': " + DlError());
+        throw SetupError("the plug-in '" + m_Path + "' has no entry point '" + name + "': " + DlError());
     }
     return address;
 }

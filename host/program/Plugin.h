@@ -18,7 +18,7 @@ public:
     Plugin(const Plugin&) = delete;
     Plugin& operator=(const Plugin&) = delete;
 
-    const std::string& Path() const { return _Path; }
+    const std::string& Path() const { return m_Path; }
 
     // The address of an exported symbol; SetupError when it is missing.
     void* Symbol(const char* name) const;
@@ -34,8 +34,8 @@ public:
     static std::string DefaultPath();
 
 private:
-    std::string _Path;
-    void* _Handle = nullptr;
+    std::string m_Path;
+    void* m_Handle = nullptr;
 };
 
 } // namespace host

@@ -40,8 +40,8 @@ using OrderedJson = nlohmann::ordered_json;
 class SessionListening {
 public:
     SessionListening(HostSession& session, RunReport& report, LiveOutput& live, RunJsonLines& stream)
-        : _Session(session) {
-        _Session.SetWriteListener(
+        : m_Session(session) {
+        m_Session.SetWriteListener(
             [&report, &live, &stream](const std::string& key, const std::string& value) {
                 report.OnSessionWrite(key, value);
                 if (key == "operation_progress") {
@@ -54,12 +54,12 @@ public:
                 }
             });
     }
-    ~SessionListening() { _Session.SetWriteListener(nullptr); }
+    ~SessionListening() { m_Session.SetWriteListener(nullptr); }
     SessionListening(const SessionListening&) = delete;
     SessionListening& operator=(const SessionListening&) = delete;
 
 private:
-    HostSession& _Session;
+    HostSession& m_Session;
 };
 
 struct Prerequisite {

@@ -31,24 +31,24 @@ RunReport::RunReport(HostSession& session) {
             outcome.name = component->name;
             outcome.type = component->type();
             outcome.path = session.Expand(component->packageFolder) + "/" + component->packageFile;
-            _Components.push_back(outcome);
+            m_Components.push_back(outcome);
         }
     }
 }
 
 void RunReport::OnSessionWrite(const std::string& key, const std::string& value) {
     if (key == "operation_progress") {
-        _ProgressValues.push_back(value);
+        m_ProgressValues.push_back(value);
     }
 }
 
 long RunReport::CurrentIndex() const {
     // The first write is the start of the run; each later one announces
     // the next component.
-    if (_ProgressValues.size() < 2 || _ProgressValues.size() - 2 >= _Components.size()) {
+    if (m_ProgressValues.size() < 2 || m_ProgressValues.size() - 2 >= m_Components.size()) {
         return -1;
     }
-    return static_cast<long>(_ProgressValues.size() - 2);
+    return static_cast<long>(m_ProgressValues.size() - 2);
 }
 
 std::string RunReport::CurrentLabel() const {
@@ -56,7 +56,7 @@ std::string RunReport::CurrentLabel() const {
     if (index < 0) {
         return std::string();
     }
-    const ComponentOutcome& current = _Components[static_cast<size_t>(index)];
+    const ComponentOutcome& current = m_Components[static_cast<size_t>(index)];
     return current.product + "/" + current.name;
 }
 
@@ -65,7 +65,7 @@ void RunReport::OnLogLine(const std::string& line) {
     if (index < 0) {
         return;
     }
-    ComponentOutcome* current = &_Components[static_cast<size_t>(index)];
+    ComponentOutcome* current = &m_Components[static_cast<size_t>(index)];
     if (StartsWith(line, kNotAvailablePrefix) && EndsWith(line, kNotAvailableSuffix)) {
         current->kind = ComponentOutcome::Kind::NotAvailable;
         return;
@@ -104,7 +104,7 @@ void RunReport::OnLogLine(const std::string& line) {
 }
 
 bool RunReport::AnyFailed() const {
-    for (const ComponentOutcome& outcome : _Components) {
+    for (const ComponentOutcome& outcome : m_Components) {
         if (outcome.kind == ComponentOutcome::Kind::Verified && outcome.status != 0) {
             return true;
         }

@@ -40,16 +40,16 @@ public:
     // first one.
     std::string CurrentLabel() const;
 
-    const std::vector<ComponentOutcome>& Components() const { return _Components; }
-    const std::vector<std::string>& ProgressValues() const { return _ProgressValues; }
+    const std::vector<ComponentOutcome>& Components() const { return m_Components; }
+    const std::vector<std::string>& ProgressValues() const { return m_ProgressValues; }
     bool AnyFailed() const;
 
 private:
     // The index of the component being handled, or -1.
     long CurrentIndex() const;
 
-    std::vector<ComponentOutcome> _Components;
-    std::vector<std::string> _ProgressValues;
+    std::vector<ComponentOutcome> m_Components;
+    std::vector<std::string> m_ProgressValues;
 };
 
 // The entries of a prerequisite list value such as ";1;0" (each entry is

@@ -32,7 +32,7 @@ HostInstallation::HostInstallation() {
 HostInstallation::~HostInstallation() {
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
-    for (const std::unique_ptr<Component>& component : _OwnedComponents) {
+    for (const std::unique_ptr<Component>& component : m_OwnedComponents) {
         registry.types.erase(component.get());
     }
     registry.installations.erase(this);
@@ -42,9 +42,9 @@ Product& HostInstallation::AddProduct(const std::string& name, const Environment
     std::unique_ptr<Product> product(new Product());
     product->name = name;
     product->environment = environment;
-    _OwnedProducts.push_back(std::move(product));
-    Product* added = _OwnedProducts.back().get();
-    _Products.push_back(added);
+    m_OwnedProducts.push_back(std::move(product));
+    Product* added = m_OwnedProducts.back().get();
+    m_Products.push_back(added);
     return *added;
 }
 
@@ -63,8 +63,8 @@ Component& HostInstallation::AddComponent(Product& product, const std::string& t
     // Owned first, then typed, then listed: whichever step throws, every
     // component the installation owns is released and unregistered by its
     // destructor.
-    _OwnedComponents.push_back(std::move(component));
-    Component* added = _OwnedComponents.back().get();
+    m_OwnedComponents.push_back(std::move(component));
+    Component* added = m_OwnedComponents.back().get();
     {
         Registry& registry = TheRegistry();
         std::lock_guard<std::mutex> guard(registry.lock);
@@ -99,7 +99,7 @@ std::string HostInstallation::TypeOf(const Component* component) {
 }
 
 bool HostInstallation::OwnsProduct(const Product* product) const {
-    for (const std::unique_ptr<Product>& owned : _OwnedProducts) {
+    for (const std::unique_ptr<Product>& owned : m_OwnedProducts) {
         if (owned.get() == product) {
             return true;
         }
@@ -108,7 +108,7 @@ bool HostInstallation::OwnsProduct(const Product* product) const {
 }
 
 bool HostInstallation::OwnsComponent(const Component* component) const {
-    for (const std::unique_ptr<Component>& owned : _OwnedComponents) {
+    for (const std::unique_ptr<Component>& owned : m_OwnedComponents) {
         if (owned.get() == component) {
             return true;
         }

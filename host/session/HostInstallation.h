@@ -37,7 +37,7 @@ public:
     void SetComponentType(const Component& component, const std::string& type);
 
     // The list TSD::products() answers for this installation.
-    std::list<Product*>& Products() { return _Products; }
+    std::list<Product*>& Products() { return m_Products; }
 
     // The installation that a TSD object is, or null for one the host did
     // not create.
@@ -51,9 +51,9 @@ private:
     bool OwnsProduct(const Product* product) const;
     bool OwnsComponent(const Component* component) const;
 
-    std::list<Product*> _Products;
-    std::vector<std::unique_ptr<Product>> _OwnedProducts;
-    std::vector<std::unique_ptr<Component>> _OwnedComponents;
+    std::list<Product*> m_Products;
+    std::vector<std::unique_ptr<Product>> m_OwnedProducts;
+    std::vector<std::unique_ptr<Component>> m_OwnedComponents;
 };
 
 } // namespace host

@@ -41,7 +41,7 @@ std::string TextOf(const char* text) {
 
 } // namespace
 
-HostSession::HostSession() : session_t{&_Installation} {
+HostSession::HostSession() : session_t{&m_Installation} {
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
     registry.sessions[this] = this;
@@ -50,7 +50,7 @@ HostSession::HostSession() : session_t{&_Installation} {
 HostSession::~HostSession() {
     Registry& registry = TheRegistry();
     std::lock_guard<std::mutex> guard(registry.lock);
-    for (const auto& nested : _NestedEnvironments) {
+    for (const auto& nested : m_NestedEnvironments) {
         registry.environments.erase(nested.first);
     }
     registry.sessions.erase(this);
@@ -64,42 +64,42 @@ HostSession* HostSession::Find(session_t* session) {
 }
 
 void HostSession::SetValue(const std::string& key, const std::string& value) {
-    _Values[key] = value;
+    m_Values[key] = value;
 }
 
 void HostSession::WriteValue(const std::string& key, const std::string& value) {
-    _Values[key] = value;
-    _Writes[key].push_back(value);
-    if (_WriteListener) {
-        _WriteListener(key, value);
+    m_Values[key] = value;
+    m_Writes[key].push_back(value);
+    if (m_WriteListener) {
+        m_WriteListener(key, value);
     }
 }
 
 void HostSession::SetWriteListener(
     std::function<void(const std::string& key, const std::string& value)> listener) {
-    _WriteListener = std::move(listener);
+    m_WriteListener = std::move(listener);
 }
 
 void HostSession::EraseValue(const std::string& key) {
-    _Values.erase(key);
+    m_Values.erase(key);
 }
 
 std::string HostSession::Value(const std::string& key) const {
-    auto found = _Values.find(key);
-    return found == _Values.end() ? std::string() : found->second;
+    auto found = m_Values.find(key);
+    return found == m_Values.end() ? std::string() : found->second;
 }
 
 bool HostSession::HasValue(const std::string& key) const {
-    return _Values.count(key) != 0;
+    return m_Values.count(key) != 0;
 }
 
 std::vector<std::string> HostSession::Writes(const std::string& key) const {
-    auto found = _Writes.find(key);
-    return found == _Writes.end() ? std::vector<std::string>() : found->second;
+    auto found = m_Writes.find(key);
+    return found == m_Writes.end() ? std::vector<std::string>() : found->second;
 }
 
 void HostSession::ClearWrites() {
-    _Writes.clear();
+    m_Writes.clear();
 }
 
 std::string HostSession::Expand(const std::string& operand) const {
@@ -131,11 +131,11 @@ std::string HostSession::AddNestedEnvironment(const Environment& values) {
     std::string token =
         std::string(kEnvironmentTokenPrefix) + std::to_string(registry.nextEnvironmentSerial++);
     Environment* pointer = environment.get();
-    _NestedEnvironments[token] = std::move(environment);
+    m_NestedEnvironments[token] = std::move(environment);
     try {
         registry.environments[token] = pointer;
     } catch (...) {
-        _NestedEnvironments.erase(token);
+        m_NestedEnvironments.erase(token);
         throw;
     }
     return token;

@@ -39,7 +39,7 @@ public:
     // live HostSession owns.
     static HostSession* Find(session_t* session);
 
-    HostInstallation& Installation() { return _Installation; }
+    HostInstallation& Installation() { return m_Installation; }
 
     // The host's own access to its values. SetValue is the host presetting
     // a value and is not recorded in Writes(); WriteValue is what
@@ -49,7 +49,7 @@ public:
     void EraseValue(const std::string& key);
     std::string Value(const std::string& key) const; // empty when unset
     bool HasValue(const std::string& key) const;
-    const Environment& Values() const { return _Values; }
+    const Environment& Values() const { return m_Values; }
 
     // Every value written to key through env_set_string, oldest first.
     std::vector<std::string> Writes(const std::string& key) const;
@@ -75,11 +75,11 @@ public:
     static Environment* ResolveEnvironmentToken(const std::string& token);
 
 private:
-    HostInstallation _Installation;
-    Environment _Values;
-    std::map<std::string, std::vector<std::string>> _Writes;
-    std::function<void(const std::string&, const std::string&)> _WriteListener;
-    std::map<std::string, std::unique_ptr<Environment>> _NestedEnvironments;
+    HostInstallation m_Installation;
+    Environment m_Values;
+    std::map<std::string, std::vector<std::string>> m_Writes;
+    std::function<void(const std::string&, const std::string&)> m_WriteListener;
+    std::map<std::string, std::unique_ptr<Environment>> m_NestedEnvironments;
 };
 
 // The lines of a text file without their line ends ("\n" or "\r\n"); a last

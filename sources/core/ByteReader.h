@@ -32,10 +32,10 @@ public:
     // context names the structure being read, for the exception text.
     ByteReader(const void* data, size_t size, const char* context);
 
-    size_t Offset() const { return _Offset; }
-    size_t Size() const { return _Size; }
-    size_t Remaining() const { return _Size - _Offset; }
-    const unsigned char* Current() const { return _Data + _Offset; }
+    size_t Offset() const { return m_Offset; }
+    size_t Size() const { return m_Size; }
+    size_t Remaining() const { return m_Size - m_Offset; }
+    const unsigned char* Current() const { return m_Data + m_Offset; }
 
     // Throws unless count bytes remain; field names what would overrun.
     void Require(size_t count, const char* field) const;
@@ -50,10 +50,10 @@ public:
     void Seek(size_t offset, const char* field);
 
 private:
-    const unsigned char* _Data;
-    size_t _Size;
-    size_t _Offset;
-    const char* _Context;
+    const unsigned char* m_Data;
+    size_t m_Size;
+    size_t m_Offset;
+    const char* m_Context;
 };
 
 #endif

@@ -116,10 +116,10 @@ class Matcher {
 public:
     Matcher(regex_info& info, const char* expression, const char* expressionEnd, const char* subject,
             int subjectLength)
-        : _Info(info), _Expression(expression), _ExpressionEnd(expressionEnd), _Subject(subject),
-          _SubjectLength(subjectLength), _Depth(0), _Steps(0), _Error(0) {
+        : m_Info(info), m_Expression(expression), m_ExpressionEnd(expressionEnd), m_Subject(subject),
+          m_SubjectLength(subjectLength), m_Depth(0), m_Steps(0), m_Error(0) {
         const int64_t size = (static_cast<int64_t>(subjectLength) + 1) * ((expressionEnd - expression) + 1);
-        _MaxSteps = kBaseSteps + (size > kMaxExtraSteps / 4 ? kMaxExtraSteps : size * 4);
+        m_MaxSteps = kBaseSteps + (size > kMaxExtraSteps / 4 ? kMaxExtraSteps : size * 4);
     }
 
     int Setup();
@@ -138,30 +138,30 @@ private:
     int BracketAt(const char* open) const;
     bool Spend(int64_t steps);
 
-    regex_info& _Info;
-    const char* _Expression;
-    const char* _ExpressionEnd;
-    const char* _Subject;
-    int _SubjectLength;
-    int _Depth;
-    int64_t _Steps;
-    int64_t _MaxSteps;
-    int _Error; // set when the matcher gave up; every caller then unwinds
+    regex_info& m_Info;
+    const char* m_Expression;
+    const char* m_ExpressionEnd;
+    const char* m_Subject;
+    int m_SubjectLength;
+    int m_Depth;
+    int64_t m_Steps;
+    int64_t m_MaxSteps;
+    int m_Error; // set when the matcher gave up; every caller then unwinds
 };
 
 // One pass over the expression: records bracket pairs and branch points and
 // checks quantifiers, escapes and sets.
 int Matcher::Setup() {
-    regex_info& info = _Info;
-    info.brackets[0] = {_Expression, static_cast<int>(_ExpressionEnd - _Expression), 0, 0};
+    regex_info& info = m_Info;
+    info.brackets[0] = {m_Expression, static_cast<int>(m_ExpressionEnd - m_Expression), 0, 0};
     info.num_brackets = 1;
     info.num_branches = 0;
 
     int open[kMaxBrackets]; // indices of the brackets not yet closed
     int depth = 0;
     bool canQuantify = false;
-    const char* p = _Expression;
-    while (p < _ExpressionEnd) {
+    const char* p = m_Expression;
+    while (p < m_ExpressionEnd) {
         const char c = *p;
         if (c == '(') {
             if (info.num_brackets >= kMaxBrackets) {
@@ -197,7 +197,7 @@ int Matcher::Setup() {
             }
             ++p;
             // A question mark right after * or + makes it lazy.
-            if (c != '?' && p < _ExpressionEnd && *p == '?') {
+            if (c != '?' && p < m_ExpressionEnd && *p == '?') {
                 ++p;
             }
             canQuantify = false;
@@ -206,7 +206,7 @@ int Matcher::Setup() {
             ++p;
         } else if (c == '[' || c == '\\') {
             const int length =
-                c == '[' ? SetLength(p, _ExpressionEnd) : EscapeLength(p, _ExpressionEnd, false);
+                c == '[' ? SetLength(p, m_ExpressionEnd) : EscapeLength(p, m_ExpressionEnd, false);
             if (length < 0) {
                 return length;
             }
@@ -251,9 +251,9 @@ int Matcher::Setup() {
 }
 
 bool Matcher::Spend(int64_t steps) {
-    _Steps += steps;
-    if (_Steps > _MaxSteps) {
-        _Error = SLRE_INTERNAL_ERROR;
+    m_Steps += steps;
+    if (m_Steps > m_MaxSteps) {
+        m_Error = SLRE_INTERNAL_ERROR;
         return false;
     }
     return true;
@@ -261,12 +261,12 @@ bool Matcher::Spend(int64_t steps) {
 
 int Matcher::Search() {
     // An expression that begins with a caret is only tried at offset 0.
-    const bool anchored = _Expression < _ExpressionEnd && *_Expression == '^';
-    for (int start = 0; start <= _SubjectLength; ++start) {
-        Continuation top{0, nullptr, start, 0, 1, false, _ExpressionEnd, _ExpressionEnd};
+    const bool anchored = m_Expression < m_ExpressionEnd && *m_Expression == '^';
+    for (int start = 0; start <= m_SubjectLength; ++start) {
+        Continuation top{0, nullptr, start, 0, 1, false, m_ExpressionEnd, m_ExpressionEnd};
         const int result = Enter(top, start);
-        if (_Error != 0) {
-            return _Error;
+        if (m_Error != 0) {
+            return m_Error;
         }
         if (result >= 0) {
             return result;
@@ -281,13 +281,13 @@ int Matcher::Search() {
 // Tries the alternatives of the continuation's bracket in order from
 // subject offset j.
 int Matcher::Enter(const Continuation& cont, int j) {
-    const bracket_pair& bracket = _Info.brackets[cont.bracket];
+    const bracket_pair& bracket = m_Info.brackets[cont.bracket];
     const char* start = bracket.ptr;
     const char* stop = bracket.ptr + bracket.len;
     for (int k = 0; k <= bracket.num_branches; ++k) {
-        const char* end = k < bracket.num_branches ? _Info.branches[bracket.branches + k].position : stop;
+        const char* end = k < bracket.num_branches ? m_Info.branches[bracket.branches + k].position : stop;
         const int result = Match(start, end, j, &cont);
-        if (result >= 0 || _Error != 0) {
+        if (result >= 0 || m_Error != 0) {
             return result;
         }
         start = end + 1;
@@ -303,10 +303,10 @@ int Matcher::Exit(int j, const Continuation* cont) {
     }
     slre_cap* cap = nullptr;
     slre_cap saved{nullptr, 0};
-    if (_Info.caps != nullptr && cont->bracket > 0 && cont->bracket <= _Info.num_caps) {
-        cap = &_Info.caps[cont->bracket - 1];
+    if (m_Info.caps != nullptr && cont->bracket > 0 && cont->bracket <= m_Info.num_caps) {
+        cap = &m_Info.caps[cont->bracket - 1];
         saved = *cap;
-        cap->ptr = _Subject + cont->start;
+        cap->ptr = m_Subject + cont->start;
         cap->len = j - cont->start;
     }
     const int iterations = cont->count + 1;
@@ -325,7 +325,7 @@ int Matcher::Exit(int j, const Continuation* cont) {
         } else {
             result = Match(cont->after, cont->afterEnd, j, cont->parent);
         }
-        if (result >= 0 || _Error != 0) {
+        if (result >= 0 || m_Error != 0) {
             return result;
         }
     }
@@ -336,8 +336,8 @@ int Matcher::Exit(int j, const Continuation* cont) {
 }
 
 int Matcher::BracketAt(const char* open) const {
-    for (int i = 1; i < _Info.num_brackets; ++i) {
-        if (_Info.brackets[i].ptr == open + 1) {
+    for (int i = 1; i < m_Info.num_brackets; ++i) {
+        if (m_Info.brackets[i].ptr == open + 1) {
             return i;
         }
     }
@@ -348,10 +348,10 @@ int Matcher::BracketAt(const char* open) const {
 int Matcher::MatchGroup(const char* p, const char* end, int j, const Continuation* cont) {
     const int index = BracketAt(p);
     if (index < 0) {
-        _Error = SLRE_INTERNAL_ERROR;
+        m_Error = SLRE_INTERNAL_ERROR;
         return SLRE_NO_MATCH;
     }
-    const bracket_pair& bracket = _Info.brackets[index];
+    const bracket_pair& bracket = m_Info.brackets[index];
     const char* q = bracket.ptr + bracket.len + 1; // after the closing bracket
     const char quantifier = q < end && IsQuantifier(*q) ? *q : '\0';
     const bool lazy = quantifier != '\0' && quantifier != '?' && q + 1 < end && q[1] == '?';
@@ -370,7 +370,7 @@ int Matcher::MatchGroup(const char* p, const char* end, int j, const Continuatio
         } else {
             result = Enter(child, j);
         }
-        if (result >= 0 || _Error != 0) {
+        if (result >= 0 || m_Error != 0) {
             return result;
         }
     }
@@ -378,7 +378,7 @@ int Matcher::MatchGroup(const char* p, const char* end, int j, const Continuatio
 }
 
 bool Matcher::SameCharacter(unsigned char a, unsigned char b) const {
-    if (_Info.flags & SLRE_IGNORE_CASE) {
+    if (m_Info.flags & SLRE_IGNORE_CASE) {
         return std::tolower(a) == std::tolower(b);
     }
     return a == b;
@@ -429,7 +429,7 @@ bool Matcher::SetMatches(const char* set, const char* close, unsigned char c) co
             unsigned char low = static_cast<unsigned char>(q[0]);
             unsigned char high = static_cast<unsigned char>(q[2]);
             unsigned char value = c;
-            if (_Info.flags & SLRE_IGNORE_CASE) {
+            if (m_Info.flags & SLRE_IGNORE_CASE) {
                 low = static_cast<unsigned char>(std::tolower(low));
                 high = static_cast<unsigned char>(std::tolower(high));
                 value = static_cast<unsigned char>(std::tolower(value));
@@ -446,10 +446,10 @@ bool Matcher::SetMatches(const char* set, const char* close, unsigned char c) co
 
 int Matcher::AtomLength(const char* p) const {
     if (*p == '[') {
-        return SetLength(p, _ExpressionEnd);
+        return SetLength(p, m_ExpressionEnd);
     }
     if (*p == '\\') {
-        return EscapeLength(p, _ExpressionEnd, false);
+        return EscapeLength(p, m_ExpressionEnd, false);
     }
     return 1;
 }
@@ -471,15 +471,15 @@ bool Matcher::AtomMatches(const char* atom, unsigned char c) const {
 // then whatever cont says follows. Answers the offset where the whole match
 // ended, or SLRE_NO_MATCH.
 int Matcher::Match(const char* p, const char* end, int j, const Continuation* cont) {
-    if (_Depth >= kMaxDepth || !Spend(1)) {
-        _Error = SLRE_INTERNAL_ERROR;
+    if (m_Depth >= kMaxDepth || !Spend(1)) {
+        m_Error = SLRE_INTERNAL_ERROR;
         return SLRE_NO_MATCH;
     }
     struct DepthGuard {
         int& depth;
         explicit DepthGuard(int& d) : depth(d) { ++depth; }
         ~DepthGuard() { --depth; }
-    } guard(_Depth);
+    } guard(m_Depth);
 
     while (p < end) {
         const char c = *p;
@@ -494,7 +494,7 @@ int Matcher::Match(const char* p, const char* end, int j, const Continuation* co
             continue;
         }
         if (c == '$') {
-            if (j != _SubjectLength) {
+            if (j != m_SubjectLength) {
                 return SLRE_NO_MATCH;
             }
             ++p;
@@ -502,7 +502,7 @@ int Matcher::Match(const char* p, const char* end, int j, const Continuation* co
         }
         const int length = AtomLength(p);
         if (length <= 0) {
-            _Error = SLRE_INTERNAL_ERROR;
+            m_Error = SLRE_INTERNAL_ERROR;
             return SLRE_NO_MATCH;
         }
         const char* next = p + length;
@@ -514,8 +514,8 @@ int Matcher::Match(const char* p, const char* end, int j, const Continuation* co
             const int max = quantifier == '?' ? 1 : INT_MAX;
             if (!lazy) {
                 int count = 0;
-                while (count < max && j + count < _SubjectLength &&
-                       AtomMatches(p, static_cast<unsigned char>(_Subject[j + count]))) {
+                while (count < max && j + count < m_SubjectLength &&
+                       AtomMatches(p, static_cast<unsigned char>(m_Subject[j + count]))) {
                     ++count;
                 }
                 if (!Spend(count)) {
@@ -523,7 +523,7 @@ int Matcher::Match(const char* p, const char* end, int j, const Continuation* co
                 }
                 for (; count >= min; --count) {
                     const int result = Match(rest, end, j + count, cont);
-                    if (result >= 0 || _Error != 0) {
+                    if (result >= 0 || m_Error != 0) {
                         return result;
                     }
                 }
@@ -531,24 +531,24 @@ int Matcher::Match(const char* p, const char* end, int j, const Continuation* co
             }
             int count = 0;
             if (min == 1) {
-                if (j >= _SubjectLength || !AtomMatches(p, static_cast<unsigned char>(_Subject[j]))) {
+                if (j >= m_SubjectLength || !AtomMatches(p, static_cast<unsigned char>(m_Subject[j]))) {
                     return SLRE_NO_MATCH;
                 }
                 count = 1;
             }
             for (;;) {
                 const int result = Match(rest, end, j + count, cont);
-                if (result >= 0 || _Error != 0) {
+                if (result >= 0 || m_Error != 0) {
                     return result;
                 }
-                if (count >= max || j + count >= _SubjectLength ||
-                    !AtomMatches(p, static_cast<unsigned char>(_Subject[j + count]))) {
+                if (count >= max || j + count >= m_SubjectLength ||
+                    !AtomMatches(p, static_cast<unsigned char>(m_Subject[j + count]))) {
                     return SLRE_NO_MATCH;
                 }
                 ++count;
             }
         }
-        if (j >= _SubjectLength || !AtomMatches(p, static_cast<unsigned char>(_Subject[j]))) {
+        if (j >= m_SubjectLength || !AtomMatches(p, static_cast<unsigned char>(m_Subject[j]))) {
             return SLRE_NO_MATCH;
         }
         if (!Spend(1)) {

@@ -33,6 +33,8 @@ enum {
     SLRE_TOO_MANY_BRACKETS = -9,
 };
 
+// Reached by no entry point: only FileHelper::ParseWildcards calls the matcher, and nothing
+// above the core layer calls that.
 // Matches regexp (NUL-terminated) against the first subjectLength bytes of
 // subject. Answers the number of subject bytes up to the end of the match,
 // or a negative code. The i-th bracket pair's capture goes to

@@ -23,6 +23,8 @@ public:
     // otherwise; stores no error text.
     int Verify(int nid, const unsigned char* digest, unsigned int digestLength,
                const unsigned char* signature, unsigned int signatureLength) override;
+    // Reached by no entry point: signatures are checked with PKCS #1 v1.5 (Verify), so
+    // GetLastError, which only Verify_PSS sets, stays null.
     // RSASSA-PSS with the salt length taken from the signature. Non-zero for a
     // valid signature; 0 otherwise, and the OpenSSL error text is kept as the
     // last error.

@@ -55,6 +55,7 @@ public:
     void SetDigest(int key, DigestBase* digest);
     DigestBase* GetDigest(int key) const;
 
+    // Reached by no entry point (additional info, GetSignedHashSize).
     void SetAdditionalInfo(int key, soapWrap::Binary* data);
     soapWrap::Binary* GetAdditionalInfo(int key) const;
 

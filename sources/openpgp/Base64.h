@@ -23,6 +23,7 @@ public:
     static soapWrap::Binary* Decode(const std::string& text);
 };
 
+// Reached by no entry point: the armor's checksum line is cut off, not checked.
 class Radix64 {
 public:
     // CRC-24 of OpenPGP armor; the upper 8 bits of the result are zero.

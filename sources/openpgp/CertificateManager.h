@@ -58,6 +58,7 @@ private:
     std::list<PgpCertificate*> _Replaced;
 };
 
+// Reached by no entry point: keys are OpenPGP, never DER.
 // Wraps DER bytes into a PEM "CERTIFICATE" block (no terminating NUL).
 cpp11::shared_ptr<binary> der_to_pem(cpp11::shared_ptr<binary> der);
 

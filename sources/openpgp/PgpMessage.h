@@ -24,6 +24,7 @@ public:
     // after the blank line that ends the armor headers up to the line end
     // before the checksum line.
     static bool SkipHeader(const char* data, unsigned long length, char** body, unsigned int& bodyLength);
+    // Reached by no entry point: the constructor takes the armor apart with SkipHeader.
     // Trims three line ends at the front and two at the back; returns the
     // number of line-end bytes skipped at the front.
     static int DeArmor(const char* data, unsigned long length, char** body, unsigned int& bodyLength);

@@ -45,13 +45,13 @@ constexpr unsigned int kVersion4HashedHeaderSize = 6;
 // Writes into a packet buffer without ever passing its end.
 class PacketWriter {
 public:
-    PacketWriter(unsigned char* data, uint32_t size) : _Data(data), _Size(size) {}
+    PacketWriter(unsigned char* data, uint32_t size) : m_Data(data), m_Size(size) {}
     void Put(unsigned int offset, const unsigned char* bytes, unsigned int count) {
-        if (offset > _Size || count > _Size - offset) {
+        if (offset > m_Size || count > m_Size - offset) {
             throw ArgumentException("The PGP signature packet buffer is too small for the signature");
         }
         if (count > 0) {
-            std::memcpy(_Data + offset, bytes, count);
+            std::memcpy(m_Data + offset, bytes, count);
         }
     }
     void PutByte(unsigned int offset, unsigned char value) { Put(offset, &value, 1); }
@@ -62,8 +62,8 @@ public:
     }
 
 private:
-    unsigned char* _Data;
-    uint32_t _Size;
+    unsigned char* m_Data;
+    uint32_t m_Size;
 };
 
 } // namespace

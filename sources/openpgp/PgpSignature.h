@@ -15,6 +15,7 @@ public:
 
     // Valid or InvalidSignature; a failed RSA check ends in std::logic_error.
     ProcessingResult Verify(std::string& message) const override;
+    // Reached by no entry point: nothing signs a package.
     // Lays out the packet into packet (allocated when it has no data).
     ProcessingResult Sign(soapWrap::Binary* packet, const soapWrap::Binary* signatureValue,
                           std::string& message) override;

@@ -52,6 +52,8 @@ public:
     ~RpmSignature() override;
 
     ProcessingResult Verify(std::string& message) const override;
+    // Reached by no entry point (Sign, UpdateDigests, CreatePgpSignatures and the entry
+    // helpers below): the writing side of the format; nothing signs a package.
     ProcessingResult Sign(soapWrap::Binary* out, const soapWrap::Binary* in, std::string& message) override;
     // The header-only signature's algorithm.
     soapWrap::HashAlgorithm GetHashAlgorithm() override;

@@ -22,6 +22,7 @@ public:
     Signer& operator=(const Signer&) = delete;
 
     virtual int Process(bool, bool copy, bool, std::string& message) = 0;
+    // Reached by no entry point: the RPM signer's BuildContentInfo throws "Not implemented".
     virtual void BuildContentInfo(bool) = 0;
     virtual void BuildContentInfo(soapWrap::HashAlgorithm, bool);
     virtual bool IsCatSpecificContentInfo();

@@ -12,21 +12,21 @@ using namespace hostprogram;
 TEST_F(HostProgramTest, DemoRunsEndToEnd) {
     // The demo writes into <build dir>/demo; a private build folder of
     // links keeps it out of the real one.
-    std::string build = _Work.File("build");
+    std::string build = m_Work.File("build");
     mkdir(build.c_str(), 0755);
     ASSERT_EQ(symlink(kHost.c_str(), (build + "/signing-host").c_str()), 0);
     ASSERT_EQ(symlink(testsupport::PluginPath().c_str(), (build + "/signing.so").c_str()), 0);
 
     testsupport::CommandResult first =
         testsupport::Run("bash " + ShellQuote(SIGNING_DEMO_SCRIPT) + " " + ShellQuote(build) + " 2>" +
-                         ShellQuote(_Work.File("demo.err")));
+                         ShellQuote(m_Work.File("demo.err")));
     // Running it a second time starts afresh.
     testsupport::CommandResult second =
         testsupport::Run("bash " + ShellQuote(SIGNING_DEMO_SCRIPT) + " " + ShellQuote(build) + " 2>" +
-                         ShellQuote(_Work.File("demo.err")));
+                         ShellQuote(m_Work.File("demo.err")));
 
-    ASSERT_EQ(first.exitCode, 0) << first.output << ReadFile(_Work.File("demo.err"));
-    ASSERT_EQ(second.exitCode, 0) << second.output << ReadFile(_Work.File("demo.err"));
+    ASSERT_EQ(first.exitCode, 0) << first.output << ReadFile(m_Work.File("demo.err"));
+    ASSERT_EQ(second.exitCode, 0) << second.output << ReadFile(m_Work.File("demo.err"));
     for (const std::string& line : {
              std::string(
                  "  PASS  Demo Suite/hello: RPM_SIGNED (0) packages/hello-1.0-1.noarch.rpm is signed."),

@@ -100,7 +100,7 @@ std::string RpmkeysMd5Line(const std::string& package) {
 class HostExplainTest : public HostProgramTest {
 protected:
     std::string Copy(const std::string& text, const std::string& name) {
-        const std::string path = _Work.File(name);
+        const std::string path = m_Work.File(name);
         WriteFile(path, text);
         return path;
     }
@@ -290,11 +290,11 @@ TEST_F(HostExplainTest, KeyWithTextBeforeTheArmor) {
     EXPECT_EQ(verify.exitCode, 3);
     // The extraction the advice gives makes a key the plug-in uses.
     testsupport::Run(
-        "cd " + ShellQuote(_Work.Path()) +
+        "cd " + ShellQuote(m_Work.Path()) +
         " && sed -n '/^-----BEGIN PGP PUBLIC KEY BLOCK-----/,/^-----END PGP PUBLIC KEY BLOCK-----/p' " +
         ShellQuote(key) + " > key.asc");
-    EXPECT_EQ(Host({"verify", "--key", _Work.File("key.asc"), Package("signed-rsa2048-sha256.rpm")}).exitCode,
-              0);
+    EXPECT_EQ(
+        Host({"verify", "--key", m_Work.File("key.asc"), Package("signed-rsa2048-sha256.rpm")}).exitCode, 0);
 }
 
 TEST_F(HostExplainTest, SeveralKeysInOneFile) {

@@ -12,7 +12,7 @@
 using namespace hostprogram;
 
 TEST_F(HostProgramTest, ManifestWithADuplicateKeyIsRefusedNamingTheField) {
-    const std::string path = _Work.File("dup.json");
+    const std::string path = m_Work.File("dup.json");
     WriteFile(path, R"({"products": [{"name": "Suite", "components": [
         {"name": "a", "type": "rpm", "packageFolder": "/p", "packageFile": "a.rpm", "packageFile": "b.rpm"}]}]})");
     HostResult result = Host({"run", path});
@@ -23,7 +23,7 @@ TEST_F(HostProgramTest, ManifestWithADuplicateKeyIsRefusedNamingTheField) {
 }
 
 TEST_F(HostProgramTest, ManifestWithANulCharacterIsRefusedNamingTheField) {
-    const std::string path = _Work.File("nul.json");
+    const std::string path = m_Work.File("nul.json");
     WriteFile(path, R"({"session": {"TEMP_FOLDER": "/tmp"}, "products": [{"name": "Suite", "components": [
         {"name": "a", "type": "rpm", "packageFolder": "/p", "packageFile": "good.rpm\u0000.txt"}]}]})");
     HostResult result = Host({"run", path});
@@ -35,10 +35,10 @@ TEST_F(HostProgramTest, ManifestWithANulCharacterIsRefusedNamingTheField) {
 }
 
 TEST_F(HostProgramTest, LogFileIsPrivateAndNeverASymbolicLink) {
-    const std::string log = _Work.File("run.log");
-    const std::string target = _Work.File("target.txt");
+    const std::string log = m_Work.File("run.log");
+    const std::string target = m_Work.File("target.txt");
     WriteFile(target, "keep\n");
-    const std::string link = _Work.File("link.log");
+    const std::string link = m_Work.File("link.log");
     ASSERT_EQ(symlink(target.c_str(), link.c_str()), 0);
 
     const std::string manifest =
@@ -62,7 +62,7 @@ TEST_F(HostProgramTest, TemporaryFolderIsRemovedWhenTheRunIsTerminated) {
     // host's own temporary folder exists.
     const std::string tools = ToolsOnly({"which", "sleep"});
     testsupport::WriteScript(tools + "/wget", "sleep 5\n");
-    const std::string temp = _Work.File("tmp");
+    const std::string temp = m_Work.File("tmp");
     mkdir(temp.c_str(), 0700);
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}),
                              json{{"signing_url", "http://127.0.0.1:9/key"}});
@@ -73,7 +73,7 @@ TEST_F(HostProgramTest, TemporaryFolderIsRemovedWhenTheRunIsTerminated) {
     // stands for the signals of a closing terminal here.)
     for (const char* signal : {"TERM", "HUP"}) {
         const std::string script =
-            "cd " + ShellQuote(_Work.Path()) + " && env TMPDIR=" + ShellQuote(temp) +
+            "cd " + ShellQuote(m_Work.Path()) + " && env TMPDIR=" + ShellQuote(temp) +
             " PATH=" + ShellQuote(tools) + " " + ShellQuote(kHost) + " run " + ShellQuote(path) +
             " >/dev/null 2>&1 & pid=$!; i=0; while [ $i -lt 200 ] && ! ls " + ShellQuote(temp) +
             " | grep -q signing-host-; do sleep 0.05; i=$((i+1)); done; sleep 0.3; ls " + ShellQuote(temp) +

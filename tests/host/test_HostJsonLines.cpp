@@ -58,19 +58,19 @@ protected:
         REQUIRE_FIXTURE(Key());
         REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
         REQUIRE_FIXTURE(Package("tampered-payload.rpm"));
-        Copy(Package("signed-rsa2048-sha256.rpm"), _Work.File("a-signed.rpm"));
-        Copy(Package("tampered-payload.rpm"), _Work.File("b-tampered.rpm"));
-        Copy(Package("signed-rsa2048-sha256.rpm"), _Work.File(kOddName));
+        Copy(Package("signed-rsa2048-sha256.rpm"), m_Work.File("a-signed.rpm"));
+        Copy(Package("tampered-payload.rpm"), m_Work.File("b-tampered.rpm"));
+        Copy(Package("signed-rsa2048-sha256.rpm"), m_Work.File(kOddName));
     }
 
     const std::string kOddName = std::string("c-\xff\xfe.rpm");
-    TempDir _Work;
+    TempDir m_Work;
 };
 
 TEST_F(HostJsonLinesTest, EachPackageIsOneLineThenTheSummary) {
     hosttest::HostOutput result =
-        RunHost(_Work.Path(), {"verify", "--json-lines", "--jobs", "2", "--key", Key(), "a-signed.rpm",
-                               "b-tampered.rpm", kOddName, "d-missing.rpm"});
+        RunHost(m_Work.Path(), {"verify", "--json-lines", "--jobs", "2", "--key", Key(), "a-signed.rpm",
+                                "b-tampered.rpm", kOddName, "d-missing.rpm"});
     EXPECT_EQ(result.exitCode, 1);
     std::vector<std::string> lines = SplitRecords(result.out);
     ASSERT_EQ(lines.size(), 5u) << result.out;
@@ -109,8 +109,8 @@ TEST_F(HostJsonLinesTest, OneDocumentHoldsTheSameRecords) {
     std::vector<std::string> whole{"verify", "--json", "--key", Key()};
     lines.insert(lines.end(), packages.begin(), packages.end());
     whole.insert(whole.end(), packages.begin(), packages.end());
-    hosttest::HostOutput streamed = RunHost(_Work.Path(), lines);
-    hosttest::HostOutput document = RunHost(_Work.Path(), whole);
+    hosttest::HostOutput streamed = RunHost(m_Work.Path(), lines);
+    hosttest::HostOutput document = RunHost(m_Work.Path(), whole);
     EXPECT_EQ(streamed.exitCode, 1);
     EXPECT_EQ(document.exitCode, 1);
     std::vector<std::string> records = SplitRecords(streamed.out);
@@ -128,9 +128,9 @@ TEST_F(HostJsonLinesTest, OneDocumentHoldsTheSameRecords) {
 TEST_F(HostJsonLinesTest, ARecordIsWrittenBeforeTheNextPackageIsDone) {
     // The second package takes a while: a signed package followed by
     // 256 MiB of zeros, which the payload digest reads to the end.
-    Copy(Package("signed-rsa2048-sha256.rpm"), _Work.File("slow.rpm"));
-    ASSERT_EQ(truncate(_Work.File("slow.rpm").c_str(), 256L << 20), 0);
-    std::string command = "cd " + ShellQuote(_Work.Path()) + " && " +
+    Copy(Package("signed-rsa2048-sha256.rpm"), m_Work.File("slow.rpm"));
+    ASSERT_EQ(truncate(m_Work.File("slow.rpm").c_str(), 256L << 20), 0);
+    std::string command = "cd " + ShellQuote(m_Work.Path()) + " && " +
                           hosttest::HostCommand({"verify", "--json-lines", "--jobs", "1", "--key", Key(),
                                                  "a-signed.rpm", "slow.rpm"}) +
                           " 2>/dev/null";
@@ -176,15 +176,15 @@ TEST_F(HostJsonLinesTest, EveryLineParsesUnderXargsWithFourProcesses) {
         std::string name =
             "pkg-" + std::to_string(index) + (index % 3 == 0 ? "-tampered.rpm" : "-signed.rpm");
         Copy(Package(index % 3 == 0 ? "tampered-payload.rpm" : "signed-rsa2048-sha256.rpm"),
-             _Work.File(name));
+             m_Work.File(name));
         names.push_back(name);
     }
     std::string list;
     for (const std::string& name : names) {
         list += name + '\0';
     }
-    testsupport::WriteFile(_Work.File("list"), list);
-    std::string command = "cd " + ShellQuote(_Work.Path()) + " && xargs -0 -P4 -n3 " +
+    testsupport::WriteFile(m_Work.File("list"), list);
+    std::string command = "cd " + ShellQuote(m_Work.Path()) + " && xargs -0 -P4 -n3 " +
                           hosttest::HostCommand({"verify", "--json-lines", "--jobs", "2", "--key", Key()}) +
                           " < list 2>/dev/null";
     for (int round = 0; round < 3; ++round) {
@@ -250,7 +250,7 @@ TEST_F(HostProgramTest, RunJsonGivesEveryComponentTheSameFields) {
 // run --json-lines: one record per component, written when the plug-in has
 // moved on to the next one, the same objects as run --json, then a summary.
 TEST_F(HostProgramTest, RunJsonLinesStreamsEveryComponent) {
-    std::string slow = _Work.File("slow.rpm");
+    std::string slow = m_Work.File("slow.rpm");
     testsupport::WriteFile(slow, ReadFile(Package("signed-rsa2048-sha256.rpm")));
     ASSERT_EQ(truncate(slow.c_str(), 256L << 20), 0);
     json components =
@@ -258,12 +258,12 @@ TEST_F(HostProgramTest, RunJsonLinesStreamsEveryComponent) {
                      Component("tampered", "tampered-payload.rpm"),
                      json{{"name", "slow"},
                           {"type", "rpm"},
-                          {"packageFolder", _Work.Path()},
+                          {"packageFolder", m_Work.Path()},
                           {"packageFile", "slow.rpm"}}});
     std::string manifest = WriteManifest(Manifest(components, json{{"signature", Key()}}));
 
     FILE* pipe = popen((hosttest::HostCommand({"run", "--json-lines", manifest}) + " 2>" +
-                        ShellQuote(_Work.File("run-err.txt")))
+                        ShellQuote(m_Work.File("run-err.txt")))
                            .c_str(),
                        "r");
     ASSERT_NE(pipe, nullptr);
@@ -289,7 +289,7 @@ TEST_F(HostProgramTest, RunJsonLinesStreamsEveryComponent) {
     }
     int status = pclose(pipe);
     EXPECT_EQ(ready, 0) << "the slow component's record came with the others"
-                        << ReadFile(_Work.File("run-err.txt"));
+                        << ReadFile(m_Work.File("run-err.txt"));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
 
     HostResult whole = Host({"run", "--json", manifest});

@@ -19,16 +19,16 @@ TEST_F(HostProgramTest, RunWithoutManifestIsAUsageError) {
 }
 
 TEST_F(HostProgramTest, MissingManifestFileStopsBeforeThePlugin) {
-    HostResult result = Host({"run", _Work.File("absent.json")});
+    HostResult result = Host({"run", m_Work.File("absent.json")});
 
     EXPECT_EQ(result.exitCode, 2);
-    EXPECT_EQ(result.err, "signing-host run: cannot read the manifest '" + _Work.File("absent.json") +
+    EXPECT_EQ(result.err, "signing-host run: cannot read the manifest '" + m_Work.File("absent.json") +
                               "': No such file or directory\n");
     EXPECT_EQ(result.out, "");
 }
 
 TEST_F(HostProgramTest, ManifestThatIsNotJsonIsRejectedWithThePosition) {
-    std::string path = _Work.File("broken.json");
+    std::string path = m_Work.File("broken.json");
     WriteFile(path, "{ \"products\": [ }\n");
 
     HostResult result = Host({"run", path});
@@ -105,7 +105,7 @@ TEST_F(HostProgramTest, ManifestExampleOfTheReadmeIsAccepted) {
     begin += start.size();
     size_t end = readme.find("```", begin);
     ASSERT_NE(end, std::string::npos);
-    std::string path = _Work.File("readme.json");
+    std::string path = m_Work.File("readme.json");
     WriteFile(path, readme.substr(begin, end - begin));
 
     // No download tools: the example's local key (missing here) is the
@@ -115,6 +115,6 @@ TEST_F(HostProgramTest, ManifestExampleOfTheReadmeIsAccepted) {
     ASSERT_EQ(result.exitCode, 3) << result.err;
     json document = json::parse(result.out);
     EXPECT_EQ(document["components"].size(), 3u);
-    EXPECT_EQ(document["session"]["signature"], _Work.Path() + "/release.asc");
+    EXPECT_EQ(document["session"]["signature"], m_Work.Path() + "/release.asc");
     EXPECT_EQ(document["session"]["SHORT_DESC"], ";SIGNING_prereq_war_signing_check_validate_short_desc");
 }

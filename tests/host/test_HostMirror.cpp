@@ -60,7 +60,7 @@ protected:
                                "signed-other2048-sha256.rpm"};
         for (int index = 0; index < count; ++index) {
             std::string folder = "mirror/" + std::string(index % 2 == 0 ? "os" : "updates/x86_64");
-            testsupport::Run("mkdir -p " + ShellQuote(_Work.File(folder)));
+            testsupport::Run("mkdir -p " + ShellQuote(m_Work.File(folder)));
             char number[8];
             std::snprintf(number, sizeof number, "%03d", index);
             const char* kind = kinds[index % 3];
@@ -69,11 +69,11 @@ protected:
                                 : index % 3 == 1 ? "tampered"
                                                  : "other") +
                                ".rpm";
-            testsupport::WriteFile(_Work.File(name), ReadFile(Package(kind)));
+            testsupport::WriteFile(m_Work.File(name), ReadFile(Package(kind)));
             paths.push_back(name);
         }
-        testsupport::WriteFile(_Work.File("mirror/os/README.txt"), "not a package\n");
-        testsupport::WriteFile(_Work.File("mirror/os/p.rpm.sig"), "not a package either\n");
+        testsupport::WriteFile(m_Work.File("mirror/os/README.txt"), "not a package\n");
+        testsupport::WriteFile(m_Work.File("mirror/os/p.rpm.sig"), "not a package either\n");
         std::sort(paths.begin(), paths.end());
         return paths;
     }
@@ -86,15 +86,15 @@ protected:
         return text;
     }
 
-    TempDir _Work;
+    TempDir m_Work;
 };
 
 TEST_F(HostMirrorTest, RecursiveFindsEveryPackageInSortedOrder) {
     std::vector<std::string> paths = MakeMirror(12);
     hosttest::HostOutput one =
-        RunHost(_Work.Path(), {"verify", "--jobs", "1", "--key", Key(), "--recursive", "mirror"});
+        RunHost(m_Work.Path(), {"verify", "--jobs", "1", "--key", Key(), "--recursive", "mirror"});
     hosttest::HostOutput three =
-        RunHost(_Work.Path(), {"verify", "--jobs", "3", "--key", Key(), "--recursive", "mirror"});
+        RunHost(m_Work.Path(), {"verify", "--jobs", "3", "--key", Key(), "--recursive", "mirror"});
     EXPECT_EQ(one.exitCode, 1);
     EXPECT_EQ(one.out, ExpectedOutput(paths));
     EXPECT_EQ(three.exitCode, 1);
@@ -111,12 +111,12 @@ TEST_F(HostMirrorTest, FilesFromReadsLinesOrNulSeparatedInput) {
         lines += path + "\n";
         nulSeparated += path + '\0';
     }
-    testsupport::WriteFile(_Work.File("list.txt"), lines + "\n");
-    testsupport::WriteFile(_Work.File("list.nul"), nulSeparated);
+    testsupport::WriteFile(m_Work.File("list.txt"), lines + "\n");
+    testsupport::WriteFile(m_Work.File("list.nul"), nulSeparated);
     hosttest::HostOutput fromFile =
-        RunHost(_Work.Path(), {"verify", "--jobs", "2", "--key", Key(), "--files-from", "list.txt"});
+        RunHost(m_Work.Path(), {"verify", "--jobs", "2", "--key", Key(), "--files-from", "list.txt"});
     hosttest::HostOutput fromInput = RunHost(
-        _Work.Path(), {"verify", "--jobs", "2", "-0", "--json-lines", "--key", Key(), "--files-from", "-"},
+        m_Work.Path(), {"verify", "--jobs", "2", "-0", "--json-lines", "--key", Key(), "--files-from", "-"},
         "< list.nul");
     EXPECT_EQ(fromFile.exitCode, 1);
     EXPECT_EQ(fromFile.out, ExpectedOutput(listed));
@@ -136,17 +136,17 @@ TEST_F(HostMirrorTest, FilesFromReadsLinesOrNulSeparatedInput) {
 }
 
 TEST_F(HostMirrorTest, AnEmptyListIsNoPackageAndAWrongJobCountIsAUsageError) {
-    testsupport::WriteFile(_Work.File("empty.txt"), "");
+    testsupport::WriteFile(m_Work.File("empty.txt"), "");
     hosttest::HostOutput empty =
-        RunHost(_Work.Path(), {"verify", "--json-lines", "--key", Key(), "--files-from", "empty.txt"});
+        RunHost(m_Work.Path(), {"verify", "--json-lines", "--key", Key(), "--files-from", "empty.txt"});
     EXPECT_EQ(empty.exitCode, 0);
     EXPECT_EQ(json::parse(empty.out)["total"], 0);
-    hosttest::HostOutput zero = RunHost(_Work.Path(), {"verify", "--jobs", "0", "--key", Key(), "x.rpm"});
+    hosttest::HostOutput zero = RunHost(m_Work.Path(), {"verify", "--jobs", "0", "--key", Key(), "x.rpm"});
     EXPECT_EQ(zero.exitCode, 2);
     EXPECT_EQ(zero.err, "signing-host verify: --jobs needs a number of worker processes from 1 to 1024, not "
                         "'0'\nTry 'signing-host verify --help'.\n");
     hosttest::HostOutput missing =
-        RunHost(_Work.Path(), {"verify", "--key", Key(), "--files-from", "absent.txt"});
+        RunHost(m_Work.Path(), {"verify", "--key", Key(), "--files-from", "absent.txt"});
     EXPECT_EQ(missing.exitCode, 2);
     EXPECT_EQ(missing.err,
               "signing-host verify: cannot open the package list 'absent.txt': No such file or directory\n");
@@ -155,9 +155,9 @@ TEST_F(HostMirrorTest, AnEmptyListIsNoPackageAndAWrongJobCountIsAUsageError) {
 TEST_F(HostMirrorTest, ManyWorkersGiveTheSameResultsAsOne) {
     std::vector<std::string> paths = MakeMirror(60);
     hosttest::HostOutput one = RunHost(
-        _Work.Path(), {"verify", "--json-lines", "--jobs", "1", "--key", Key(), "--recursive", "mirror"});
+        m_Work.Path(), {"verify", "--json-lines", "--jobs", "1", "--key", Key(), "--recursive", "mirror"});
     hosttest::HostOutput many = RunHost(
-        _Work.Path(), {"verify", "--json-lines", "--jobs", "7", "--key", Key(), "--recursive", "mirror"});
+        m_Work.Path(), {"verify", "--json-lines", "--jobs", "7", "--key", Key(), "--recursive", "mirror"});
     EXPECT_EQ(one.exitCode, 1);
     EXPECT_EQ(many.exitCode, 1);
     EXPECT_EQ(many.out, one.out);
@@ -182,19 +182,19 @@ TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
     }
     ASSERT_FALSE(recipe.empty()) << "README.md has no ```sh recipe=parallel block";
     std::string hostFolder = hosttest::HostPath().substr(0, hosttest::HostPath().rfind('/'));
-    std::string script = "set -e\ncd " + ShellQuote(_Work.Path()) +
+    std::string script = "set -e\ncd " + ShellQuote(m_Work.Path()) +
                          "\nexport PATH=" + ShellQuote(hostFolder) +
-                         ":\"$PATH\"\nMIRROR=" + ShellQuote(_Work.File("mirror")) +
+                         ":\"$PATH\"\nMIRROR=" + ShellQuote(m_Work.File("mirror")) +
                          " KEY=" + ShellQuote(Key()) + " LOGINS=:\n" + recipe;
-    testsupport::WriteFile(_Work.File("recipe.sh"), script);
+    testsupport::WriteFile(m_Work.File("recipe.sh"), script);
     testsupport::CommandResult run =
-        testsupport::Run("bash " + ShellQuote(_Work.File("recipe.sh")) + " 2>&1");
+        testsupport::Run("bash " + ShellQuote(m_Work.File("recipe.sh")) + " 2>&1");
     // parallel's exit code is the number of failed jobs: some packages fail.
     EXPECT_NE(run.exitCode, 0) << run.output;
     std::map<std::string, std::string> byPath;
     size_t summaries = 0;
     size_t total = 0;
-    for (const std::string& line : SplitRecords(ReadFile(_Work.File("results.jsonl")))) {
+    for (const std::string& line : SplitRecords(ReadFile(m_Work.File("results.jsonl")))) {
         json record = json::parse(line);
         if (record["record"] == "summary") {
             ++summaries;
@@ -210,7 +210,7 @@ TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
     EXPECT_EQ(total, paths.size());
     ASSERT_EQ(byPath.size(), paths.size());
     for (const std::string& path : paths) {
-        EXPECT_EQ(byPath[_Work.File(path)], ExpectedLine(_Work.File(path)));
+        EXPECT_EQ(byPath[m_Work.File(path)], ExpectedLine(m_Work.File(path)));
     }
 }
 
@@ -218,12 +218,12 @@ TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
 // is reported without an answer, every other one as usual.
 TEST_F(HostMirrorTest, AWorkerThatDiesCostsOnlyItsPackage) {
     for (const char* name : {"p1.rpm", "slow.rpm", "p2.rpm", "p3.rpm"}) {
-        testsupport::WriteFile(_Work.File(name), ReadFile(Package("signed-rsa2048-sha256.rpm")));
+        testsupport::WriteFile(m_Work.File(name), ReadFile(Package("signed-rsa2048-sha256.rpm")));
     }
     // The slow package: 256 MiB of zeros after the package, which the
     // payload digest reads to the end.
-    ASSERT_EQ(truncate(_Work.File("slow.rpm").c_str(), 256L << 20), 0);
-    std::string command = "cd " + ShellQuote(_Work.Path()) + " && (" +
+    ASSERT_EQ(truncate(m_Work.File("slow.rpm").c_str(), 256L << 20), 0);
+    std::string command = "cd " + ShellQuote(m_Work.Path()) + " && (" +
                           hosttest::HostCommand({"verify", "--jobs", "2", "--key", Key(), "p1.rpm",
                                                  "slow.rpm", "p2.rpm", "p3.rpm"}) +
                           " >out.txt 2>err.txt; echo $? >exit.txt) </dev/null >/dev/null 2>&1 & echo $!";
@@ -233,14 +233,14 @@ TEST_F(HostMirrorTest, AWorkerThatDiesCostsOnlyItsPackage) {
     shell.pop_back();
     std::string host;
     std::string workers;
-    for (int attempt = 0; attempt < 3000 && !testsupport::PathExists(_Work.File("exit.txt")); ++attempt) {
+    for (int attempt = 0; attempt < 3000 && !testsupport::PathExists(m_Work.File("exit.txt")); ++attempt) {
         host = testsupport::Run("pgrep -P " + shell).output;
         if (!host.empty()) {
             host.pop_back();
             workers = testsupport::Run("pgrep -P " + host).output;
             // The fast packages are done: one worker is left, on the slow one.
             if (std::count(workers.begin(), workers.end(), '\n') == 1 &&
-                ReadFile(_Work.File("out.txt")).find("p1.rpm: RPM_SIGNED") == 0) {
+                ReadFile(m_Work.File("out.txt")).find("p1.rpm: RPM_SIGNED") == 0) {
                 break;
             }
         }
@@ -248,12 +248,12 @@ TEST_F(HostMirrorTest, AWorkerThatDiesCostsOnlyItsPackage) {
     }
     ASSERT_EQ(std::count(workers.begin(), workers.end(), '\n'), 1) << workers;
     ASSERT_EQ(testsupport::Run("kill -KILL " + workers).exitCode, 0);
-    for (int attempt = 0; attempt < 3000 && !testsupport::PathExists(_Work.File("exit.txt")); ++attempt) {
+    for (int attempt = 0; attempt < 3000 && !testsupport::PathExists(m_Work.File("exit.txt")); ++attempt) {
         usleep(10000);
     }
     // A package without an answer could not be checked: exit code 3.
-    EXPECT_EQ(ReadFile(_Work.File("exit.txt")), "3\n");
-    EXPECT_EQ(ReadFile(_Work.File("out.txt")),
+    EXPECT_EQ(ReadFile(m_Work.File("exit.txt")), "3\n");
+    EXPECT_EQ(ReadFile(m_Work.File("out.txt")),
               "p1.rpm: RPM_SIGNED (0) p1.rpm is signed.\n"
               "slow.rpm: NO_ANSWER the worker process checking it ended by signal 9 (Killed)\n"
               "p2.rpm: RPM_SIGNED (0) p2.rpm is signed.\n"

@@ -11,11 +11,11 @@
 using namespace hostprogram;
 
 TEST_F(HostProgramTest, RunUsesThePluginBesideItOrInTheFolderAbove) {
-    std::string bin = _Work.File("bin");
+    std::string bin = m_Work.File("bin");
     mkdir(bin.c_str(), 0755);
     ASSERT_EQ(testsupport::Run("cp " + ShellQuote(kHost) + " " + ShellQuote(bin + "/signing-host") +
                                " && cp " + ShellQuote(testsupport::PluginPath()) + " " +
-                               ShellQuote(_Work.File("signing.so")))
+                               ShellQuote(m_Work.File("signing.so")))
                   .exitCode,
               0);
     std::string manifest = WriteManifest(
@@ -25,17 +25,17 @@ TEST_F(HostProgramTest, RunUsesThePluginBesideItOrInTheFolderAbove) {
                                                          ShellQuote(manifest) + " 2>/dev/null");
 
     ASSERT_EQ(result.exitCode, 0);
-    EXPECT_EQ(json::parse(result.output)["plugin"], _Work.File("signing.so"));
+    EXPECT_EQ(json::parse(result.output)["plugin"], m_Work.File("signing.so"));
 }
 
 TEST_F(HostProgramTest, PluginPathThatDoesNotLoadStopsTheRun) {
     std::string manifest = WriteManifest(
         Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}), json{{"signature", Key()}}));
-    std::string notALibrary = _Work.File("not-a-library.so");
+    std::string notALibrary = m_Work.File("not-a-library.so");
     WriteFile(notALibrary, "just text\n");
 
     HostResult text = Host({"run", "--plugin", notALibrary, manifest});
-    HostResult missing = Host({"run", "--plugin", _Work.File("absent.so"), manifest});
+    HostResult missing = Host({"run", "--plugin", m_Work.File("absent.so"), manifest});
     HostResult other = Host({"run", "--plugin", SIGNING_OTHER_PLUGIN_PATH, manifest});
 
     EXPECT_EQ(text.exitCode, 2);
@@ -44,7 +44,7 @@ TEST_F(HostProgramTest, PluginPathThatDoesNotLoadStopsTheRun) {
     EXPECT_EQ(text.out, "");
     EXPECT_EQ(missing.exitCode, 2);
     EXPECT_EQ(missing.err,
-              "signing-host run: the plug-in '" + _Work.File("absent.so") +
+              "signing-host run: the plug-in '" + m_Work.File("absent.so") +
                   "' does not exist or is not a file; build it with 'make build' or name it with "
                   "--plugin PATH\n");
     EXPECT_EQ(other.exitCode, 2);

@@ -148,11 +148,11 @@ TEST_F(HostProgramTest, RunWithOneTamperedPackageAsJsonKeepsEarlierPrerequisites
 }
 
 TEST_F(HostProgramTest, RunWithoutTempFolderUsesItsOwnAndRemovesIt) {
-    std::string served = _Work.File("served");
+    std::string served = m_Work.File("served");
     mkdir(served.c_str(), 0755);
     WriteFile(served + "/release.asc", ReadFile(Key()));
-    LoopbackHttpServer server(served, _Work.File("server.log"));
-    std::string tmpdir = _Work.File("tmpdir");
+    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    std::string tmpdir = m_Work.File("tmpdir");
     mkdir(tmpdir.c_str(), 0755);
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}),
                              json{{"signing_url", server.Url("/release.asc")}});
@@ -171,7 +171,7 @@ TEST_F(HostProgramTest, RunWithoutTempFolderUsesItsOwnAndRemovesIt) {
 
 TEST_F(HostProgramTest, RunSkipsMissingAndNonRpmComponentsAcrossProducts) {
     json manifest{
-        {"session", {{"signature", Key()}, {"TEMP_FOLDER", _Work.Path()}}},
+        {"session", {{"signature", Key()}, {"TEMP_FOLDER", m_Work.Path()}}},
         {"variables", {{"PACKAGES", Fixture("rpm")}}},
         {"products",
          json::array({json{{"name", "Empty"}},
@@ -210,7 +210,7 @@ TEST_F(HostProgramTest, RunWithNoProductsExitsZero) {
 TEST_F(HostProgramTest, RunWritesTheLogFileToo) {
     std::string manifest = WriteManifest(
         Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}), json{{"signature", Key()}}));
-    std::string logFile = _Work.File("run.log");
+    std::string logFile = m_Work.File("run.log");
 
     HostResult result = Host({"run", "--log", logFile, manifest});
 
@@ -232,7 +232,7 @@ TEST_F(HostProgramTest, RunDrawsAProgressBarOnATerminal) {
                                json{{"signature", Key()}}));
     // script gives the program a terminal; standard output goes to a file.
     std::string inner =
-        ShellQuote(kHost) + " run " + ShellQuote(manifest) + " >" + ShellQuote(_Work.File("summary.txt"));
+        ShellQuote(kHost) + " run " + ShellQuote(manifest) + " >" + ShellQuote(m_Work.File("summary.txt"));
     testsupport::CommandResult result =
         testsupport::Run("script -qec " + ShellQuote(inner) + " /dev/null </dev/null");
 
@@ -243,5 +243,5 @@ TEST_F(HostProgramTest, RunDrawsAProgressBarOnATerminal) {
     EXPECT_TRUE(Contains(result.output, "\r\033[K[###############---------------] 1/2 0:0")) << result.output;
     EXPECT_TRUE(Contains(result.output, "  Suite/two")) << result.output;
     EXPECT_FALSE(Contains(result.output, "progress: "));
-    EXPECT_TRUE(Contains(ReadFile(_Work.File("summary.txt")), "Result: 0 - "));
+    EXPECT_TRUE(Contains(ReadFile(m_Work.File("summary.txt")), "Result: 0 - "));
 }

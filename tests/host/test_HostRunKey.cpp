@@ -88,7 +88,7 @@ TEST_F(HostProgramTest, RunWithKeyFilesHoldingAUrlRecordsAValidateWarning) {
     EXPECT_EQ(PluginLogLines(result.err),
               (std::vector<std::string>{"signing_validate_package_list: started", UserKeyLine(bad),
                                         "_signing_is_valid_key: public key contains incorrect value",
-                                        UserKeyLine(_Work.File("local.asc")),
+                                        UserKeyLine(m_Work.File("local.asc")),
                                         "_signing_is_valid_key: public key contains incorrect value",
                                         "signing_validate_package_list: public key is not valid",
                                         "_signing_set_optional_prerequisite_status: ;0"}));
@@ -111,12 +111,12 @@ TEST_F(HostProgramTest, RunWithInvalidUserKeyFallsBackToTheLocalKey) {
 
 TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealWgetFromALoopbackServer) {
     ASSERT_EQ(testsupport::Run("command -v wget").exitCode, 0) << "wget must be installed";
-    std::string served = _Work.File("served");
+    std::string served = m_Work.File("served");
     mkdir(served.c_str(), 0755);
     mkdir((served + "/keys").c_str(), 0755);
     WriteFile(served + "/keys/release.asc", ReadFile(Key()));
-    LoopbackHttpServer server(served, _Work.File("server.log"));
-    std::string temp = _Work.File("temp");
+    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    std::string temp = m_Work.File("temp");
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm"),
                                           Component("tampered", "tampered-payload.rpm")}),
                              json{{"signing_url", server.Url("/keys/release.asc")}});
@@ -140,11 +140,11 @@ TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealWgetFromALoopbackServer) {
 }
 
 TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealCurlWhenOnlyCurlIsInstalled) {
-    std::string served = _Work.File("served");
+    std::string served = m_Work.File("served");
     mkdir(served.c_str(), 0755);
     WriteFile(served + "/release.asc", ReadFile(Key()));
-    LoopbackHttpServer server(served, _Work.File("server.log"));
-    std::string temp = _Work.File("temp");
+    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    std::string temp = m_Work.File("temp");
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha512.rpm")}),
                              json{{"SIGNING_DEFAULT_URL", server.Url("/release.asc")}});
     // The identifier comes from a component's nested environment.

@@ -29,16 +29,16 @@ protected:
     }
 
     void Place(const std::string& fixture, const std::string& name) {
-        testsupport::WriteFile(_Work.File(name), ReadFile(Package(fixture)));
+        testsupport::WriteFile(m_Work.File(name), ReadFile(Package(fixture)));
     }
 
-    TempDir _Work;
+    TempDir m_Work;
 };
 
 TEST_F(HostSafeTextTest, AFileNameCannotForgeAResultLine) {
     const std::string forged = "x.rpm: RPM_SIGNED (0) ok\nfake.rpm";
     Place("tampered-payload.rpm", forged);
-    hosttest::HostOutput result = RunHost(_Work.Path(), {"verify", "--key", Key(), forged});
+    hosttest::HostOutput result = RunHost(m_Work.Path(), {"verify", "--key", Key(), forged});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out, "x.rpm: RPM_SIGNED (0) ok\\nfake.rpm: RPM_INVALID_HASH (3) x.rpm: RPM_SIGNED (0) "
                           "ok\\nfake.rpm has invalid hash.\n");
@@ -54,7 +54,7 @@ TEST_F(HostSafeTextTest, ControlCharactersAndOddBytesAreEscaped) {
         Place("signed-rsa2048-sha256.rpm", name);
     }
     hosttest::HostOutput result = RunHost(
-        _Work.Path(), {"verify", "--jobs", "2", "--key", Key(), escapeSequence, backslash, utf8, c1Control});
+        m_Work.Path(), {"verify", "--jobs", "2", "--key", Key(), escapeSequence, backslash, utf8, c1Control});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, "e\\x1b[31m\\xff\\r\\t.rpm: RPM_SIGNED (0) e\\x1b[31m\\xff\\r\\t.rpm is signed.\n"
                           "back\\\\slash.rpm: RPM_SIGNED (0) back\\\\slash.rpm is signed.\n"
@@ -69,7 +69,7 @@ TEST_F(HostSafeTextTest, NulSeparatedRecordsCarryTheExactPath) {
     Place("tampered-payload.rpm", withLineFeed);
     Place("signed-rsa2048-sha256.rpm", "plain.rpm");
     hosttest::HostOutput result =
-        RunHost(_Work.Path(), {"verify", "-0", "--key", Key(), withLineFeed, "plain.rpm"});
+        RunHost(m_Work.Path(), {"verify", "-0", "--key", Key(), withLineFeed, "plain.rpm"});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_EQ(result.out,
               std::string("two\nlines.rpm: RPM_INVALID_HASH (3) two\\nlines.rpm has invalid hash.") + '\0' +

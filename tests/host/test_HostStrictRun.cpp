@@ -86,7 +86,7 @@ TEST_F(HostProgramTest, RunExitCodeSeparatesFailedFromUncheckable) {
         WriteManifest(Manifest(json::array({Component("changed", "tampered-payload.rpm"),
                                             Component("plain", "unsigned.rpm")})),
                       "tampered.json");
-    const std::string empty = _Work.File("empty.asc");
+    const std::string empty = m_Work.File("empty.asc");
     WriteFile(empty, "");
     const std::string good =
         WriteManifest(Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")})), "good.json");
@@ -94,7 +94,7 @@ TEST_F(HostProgramTest, RunExitCodeSeparatesFailedFromUncheckable) {
     HostResult unsignedRun = Host({"run", "--key", Key(), unsignedManifest});
     HostResult tamperedRun = Host({"run", "--key", Key(), tampered});
     HostResult emptyKey = Host({"run", "--key", empty, good});
-    HostResult missingKey = Host({"run", "--key", _Work.File("absent.asc"), good});
+    HostResult missingKey = Host({"run", "--key", m_Work.File("absent.asc"), good});
 
     EXPECT_EQ(unsignedRun.exitCode, 1) << unsignedRun.out;
     EXPECT_TRUE(HasLine(
@@ -114,12 +114,12 @@ TEST_F(HostProgramTest, RunExitCodeSeparatesFailedFromUncheckable) {
     EXPECT_TRUE(
         Contains(emptyKey.out, "  FAIL  Suite/good: RPM_ERROR (5) Internal error occured while verifying "));
     EXPECT_EQ(missingKey.exitCode, 3);
-    EXPECT_EQ(missingKey.err, "signing-host run: the key file '" + _Work.File("absent.asc") +
+    EXPECT_EQ(missingKey.err, "signing-host run: the key file '" + m_Work.File("absent.asc") +
                                   "' does not exist or is not a file\n");
 }
 
 TEST_F(HostProgramTest, RunKeyOptionAndManifestDirInTheSignatureValue) {
-    WriteFile(_Work.File("release.asc"), ReadFile(Key()));
+    WriteFile(m_Work.File("release.asc"), ReadFile(Key()));
     json withDir = Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}),
                             json{{"signature", "${MANIFEST_DIR}/release.asc"}});
     const std::string manifest = WriteManifest(withDir);
@@ -130,8 +130,8 @@ TEST_F(HostProgramTest, RunKeyOptionAndManifestDirInTheSignatureValue) {
     HostResult keyOption = Host({"run", "--json", "--key", "release.asc", plain});
 
     EXPECT_EQ(beside.exitCode, 0) << beside.out << beside.err;
-    EXPECT_EQ(json::parse(beside.out)["session"]["signature"], _Work.File("release.asc"));
+    EXPECT_EQ(json::parse(beside.out)["session"]["signature"], m_Work.File("release.asc"));
     EXPECT_EQ(keyOption.exitCode, 0) << keyOption.out << keyOption.err;
     // Relative to the current folder, made absolute for the plug-in.
-    EXPECT_EQ(json::parse(keyOption.out)["session"]["signature"], _Work.File("release.asc"));
+    EXPECT_EQ(json::parse(keyOption.out)["session"]["signature"], m_Work.File("release.asc"));
 }

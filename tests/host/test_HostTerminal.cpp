@@ -99,27 +99,28 @@ protected:
         REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
     }
 
-    TempDir _Work;
+    TempDir m_Work;
 };
 
 TEST_P(HostTerminalTest, TheBarFitsThePaneAndLeavesNothingBehind) {
     const size_t width = GetParam();
     const std::string folder = "a-mirror-folder-with-a-rather-long-name-for-the-bar-label";
-    testsupport::Run("mkdir -p " + ShellQuote(_Work.File(folder)));
+    testsupport::Run("mkdir -p " + ShellQuote(m_Work.File(folder)));
     std::vector<std::string> packages;
     for (const char* name : {"p1.rpm", "p2.rpm", "slow.rpm", "p3.rpm", "p4.rpm"}) {
         packages.push_back(folder + "/" + name);
-        testsupport::WriteFile(_Work.File(packages.back()), ReadFile(Package("signed-rsa2048-sha256.rpm")));
+        testsupport::WriteFile(m_Work.File(packages.back()), ReadFile(Package("signed-rsa2048-sha256.rpm")));
     }
     // The third package takes a while: 128 MiB of zeros after the package,
     // which the payload digest reads to the end.
-    ASSERT_EQ(truncate(_Work.File(packages[2]).c_str(), 128L << 20), 0);
+    ASSERT_EQ(truncate(m_Work.File(packages[2]).c_str(), 128L << 20), 0);
 
     std::vector<std::string> arguments{"verify", "--jobs", "1", "--key", Key()};
     arguments.insert(arguments.end(), packages.begin(), packages.end());
-    const std::string command = "cd " + ShellQuote(_Work.Path()) + " && " + hosttest::HostCommand(arguments) +
+    const std::string command = "cd " + ShellQuote(m_Work.Path()) + " && " +
+                                hosttest::HostCommand(arguments) +
                                 " >out.txt; echo $? >exit.txt; exec sleep 120";
-    Tmux tmux(_Work.File("tmux.socket"));
+    Tmux tmux(m_Work.File("tmux.socket"));
     ASSERT_EQ(tmux.Start(width, command), 0);
 
     // Every bar seen while the program runs; the one of interest is drawn
@@ -127,7 +128,7 @@ TEST_P(HostTerminalTest, TheBarFitsThePaneAndLeavesNothingBehind) {
     std::string barRow;
     std::vector<std::string> bars;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
-    while (!testsupport::PathExists(_Work.File("exit.txt")) && std::chrono::steady_clock::now() < deadline) {
+    while (!testsupport::PathExists(m_Work.File("exit.txt")) && std::chrono::steady_clock::now() < deadline) {
         const auto pane = tmux.Capture();
         EXPECT_EQ(pane.second, pane.first) << "a row wrapped";
         for (const std::string& row : Rows(pane.first)) {
@@ -171,8 +172,8 @@ TEST_P(HostTerminalTest, TheBarFitsThePaneAndLeavesNothingBehind) {
     for (const std::string& row : Rows(finalPane.first)) {
         EXPECT_EQ(row.find_first_not_of(' '), std::string::npos) << "left on the pane: " << row;
     }
-    EXPECT_EQ(ReadFile(_Work.File("exit.txt")), "1\n");
-    std::vector<std::string> results = Rows(ReadFile(_Work.File("out.txt")));
+    EXPECT_EQ(ReadFile(m_Work.File("exit.txt")), "1\n");
+    std::vector<std::string> results = Rows(ReadFile(m_Work.File("out.txt")));
     ASSERT_EQ(results.size(), 5u);
     EXPECT_EQ(results[0], packages[0] + ": RPM_SIGNED (0) " + packages[0] + " is signed.");
     EXPECT_EQ(results[2], packages[2] + ": RPM_INVALID_HASH (3) " + packages[2] + " has invalid hash.");
@@ -185,13 +186,13 @@ using hostprogram::HostResult;
 
 TEST_F(HostProgramTest, QuietKeepsThePluginLogOffTheScreenButInTheLogFile) {
     std::string manifest = WriteManifest(AllSignedManifest());
-    HostResult loud = Host({"run", "--log", _Work.File("loud.log"), manifest});
-    HostResult quiet = Host({"run", "--quiet", "--log", _Work.File("quiet.log"), manifest});
+    HostResult loud = Host({"run", "--log", m_Work.File("loud.log"), manifest});
+    HostResult quiet = Host({"run", "--quiet", "--log", m_Work.File("quiet.log"), manifest});
     EXPECT_EQ(loud.exitCode, 0);
     EXPECT_EQ(quiet.exitCode, 0);
     EXPECT_EQ(quiet.out, loud.out);
-    const std::string logged = ReadFile(_Work.File("quiet.log"));
-    EXPECT_EQ(logged, ReadFile(_Work.File("loud.log")));
+    const std::string logged = ReadFile(m_Work.File("quiet.log"));
+    EXPECT_EQ(logged, ReadFile(m_Work.File("loud.log")));
     EXPECT_NE(logged.find("signing_validate_package_list: started"), std::string::npos) << logged;
     // Without --quiet the log is on standard error too; with it only the
     // progress lines are.

@@ -20,7 +20,7 @@ TEST_F(HostProgramTest, VerifySignedPackageExitsZero) {
 TEST_F(HostProgramTest, VerifySignedTamperedAndNonPackageFilesInOneProcess) {
     HostResult result =
         Host({"verify", "--key", Key(), Package("signed-rsa2048-sha256.rpm"), Package("tampered-payload.rpm"),
-              Package("notapackage.rpm"), Package("signed-rsa2048-sha1.rpm"), _Work.File("missing.rpm")});
+              Package("notapackage.rpm"), Package("signed-rsa2048-sha1.rpm"), m_Work.File("missing.rpm")});
 
     EXPECT_EQ(result.exitCode, 1) << result.err;
     EXPECT_EQ(LinesOf(result.out), (std::vector<std::string>{
@@ -32,10 +32,10 @@ TEST_F(HostProgramTest, VerifySignedTamperedAndNonPackageFilesInOneProcess) {
                                            Package("notapackage.rpm") + " is not an RPM file.",
                                        Package("signed-rsa2048-sha1.rpm") + ": RPM_SIGNED (0) " +
                                            Package("signed-rsa2048-sha1.rpm") + " is signed.",
-                                       _Work.File("missing.rpm") +
+                                       m_Work.File("missing.rpm") +
                                            ": RPM_ERROR (5) File operation error: File not found: Cannot get "
                                            "status for '" +
-                                           _Work.File("missing.rpm") + "': No such file or directory",
+                                           m_Work.File("missing.rpm") + "': No such file or directory",
                                    }));
 }
 
@@ -90,7 +90,7 @@ TEST_F(HostProgramTest, VerifyUsageErrors) {
     HostResult noKey = Host({"verify", Package("signed-rsa2048-sha256.rpm")});
     HostResult noPackage = Host({"verify", "--key", Key()});
     HostResult missingKey =
-        Host({"verify", "--key", _Work.File("absent.asc"), Package("signed-rsa2048-sha256.rpm")});
+        Host({"verify", "--key", m_Work.File("absent.asc"), Package("signed-rsa2048-sha256.rpm")});
     HostResult keyWithoutValue = Host({"verify", "--key"});
     HostResult otherPlugin = Host({"verify", "--plugin", SIGNING_OTHER_PLUGIN_PATH, "--key", Key(),
                                    Package("signed-rsa2048-sha256.rpm")});
@@ -105,7 +105,7 @@ TEST_F(HostProgramTest, VerifyUsageErrors) {
               "options\nTry 'signing-host verify --help'.\n");
     // The command line is right, but nothing can be checked without the key.
     EXPECT_EQ(missingKey.exitCode, 3);
-    EXPECT_EQ(missingKey.err, "signing-host verify: the key file '" + _Work.File("absent.asc") +
+    EXPECT_EQ(missingKey.err, "signing-host verify: the key file '" + m_Work.File("absent.asc") +
                                   "' does not exist or is not a file\n");
     EXPECT_EQ(keyWithoutValue.exitCode, 2);
     EXPECT_EQ(keyWithoutValue.err,

@@ -142,19 +142,19 @@ protected:
     void SetUp() override {
         REQUIRE_FIXTURE(Key());
         PluginSessionTest::SetUp();
-        _Session.SetValue("signature", Key());
+        m_Session.SetValue("signature", Key());
     }
-    Product& AddProduct() { return _Session.Installation().AddProduct("product"); }
+    Product& AddProduct() { return m_Session.Installation().AddProduct("product"); }
     void AddPackage(Product& product, const std::string& name, const std::string& folder,
                     const std::string& file) {
-        _Session.Installation().AddComponent(product, "rpm", name, folder, file);
+        m_Session.Installation().AddComponent(product, "rpm", name, folder, file);
     }
 };
 
 } // namespace
 
 TEST_F(PackageListBoundaryTest, FifoAmongPackagesFailsOnlyItsOwnComponent) {
-    const std::string fifoFolder = _Work.File("fifo");
+    const std::string fifoFolder = m_Work.File("fifo");
     ASSERT_EQ(0, mkdir(fifoFolder.c_str(), 0755));
     const std::string fifo = fifoFolder + "/pipe.rpm";
     ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
@@ -163,7 +163,7 @@ TEST_F(PackageListBoundaryTest, FifoAmongPackagesFailsOnlyItsOwnComponent) {
     AddPackage(product, "pipe", fifoFolder, "pipe.rpm");
     AddPackage(product, "last", testsupport::Fixture("rpm"), "signed-rsa2048-sha1.rpm");
 
-    EXPECT_EQ(1, signing_validate_package_list(&_Session));
+    EXPECT_EQ(1, signing_validate_package_list(&m_Session));
 
     const std::string first = testsupport::Fixture("rpm") + "/signed-rsa2048-sha256.rpm";
     const std::string last = testsupport::Fixture("rpm") + "/signed-rsa2048-sha1.rpm";
@@ -174,10 +174,10 @@ TEST_F(PackageListBoundaryTest, FifoAmongPackagesFailsOnlyItsOwnComponent) {
                           "File operation error: Error on positioning file '" + fifo + "': Illegal seek"),
                SignedLine(last), "signing_validate_package_list: ;1",
                "signing_validate_package_list: finished"}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "33", "66", "100"}));
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), ";SIGNING_prereq_err_signing_check_short_desc");
-    EXPECT_EQ(_Session.Value("FULL_DESC"), ";SIGNING_prereq_err_signing_check_full_desc");
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0", "33", "66", "100"}));
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";1");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), ";SIGNING_prereq_err_signing_check_short_desc");
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), ";SIGNING_prereq_err_signing_check_full_desc");
 }
 
 // ------------------------------------------------------- injected faults

@@ -56,20 +56,21 @@ std::string FixtureKey() {
 
 class DownloadGuardTest : public testsupport::PluginSessionTest {
 protected:
-    DownloadGuardTest() : _Path("PATH") {
-        _Standins = _Work.File("standins");
-        mkdir(_Standins.c_str(), 0755);
+    DownloadGuardTest() : m_Path("PATH") {
+        m_Standins = m_Work.File("standins");
+        mkdir(m_Standins.c_str(), 0755);
     }
 
-    std::string Calls(const std::string& tool) const { return _Standins + "/" + tool + ".calls"; }
+    std::string Calls(const std::string& tool) const { return m_Standins + "/" + tool + ".calls"; }
 
     // Stand-in `which` and `wget` first on PATH: both record their
     // arguments; wget then runs the given shell text.
     void StandinTools(const std::string& wgetAction) {
-        testsupport::WriteScript(_Standins + "/which", "printf '%s\\n' \"$*\" >> '" + Calls("which") + "'\n");
-        testsupport::WriteScript(_Standins + "/wget",
+        testsupport::WriteScript(m_Standins + "/which",
+                                 "printf '%s\\n' \"$*\" >> '" + Calls("which") + "'\n");
+        testsupport::WriteScript(m_Standins + "/wget",
                                  "printf '%s\\n' \"$*\" >> '" + Calls("wget") + "'\n" + wgetAction);
-        _Path.Set(_Standins + ":" + _Path.Original());
+        m_Path.Set(m_Standins + ":" + m_Path.Original());
     }
 
     bool ToolWasRun() const { return PathExists(Calls("which")) || PathExists(Calls("wget")); }
@@ -77,16 +78,16 @@ protected:
     // A folder served by the loopback server with the fixture key as
     // /key.asc.
     std::string ServedFolder() {
-        std::string folder = _Work.File("served");
+        std::string folder = m_Work.File("served");
         mkdir(folder.c_str(), 0755);
         WriteFile(folder + "/key.asc", ReadFile(FixtureKey()));
         return folder;
     }
 
     void AddProductWithUpdateId(const std::string& id) {
-        _Session.Installation().AddProduct(
+        m_Session.Installation().AddProduct(
             "product",
-            Environment{{"phonehome", _Session.AddNestedEnvironment(Environment{{"VokUpdateId", id}})}});
+            Environment{{"phonehome", m_Session.AddNestedEnvironment(Environment{{"VokUpdateId", id}})}});
     }
 
     // The folders that a download made inside the given folder.
@@ -106,9 +107,9 @@ protected:
         return names;
     }
 
-    std::string _Standins;
-    testsupport::EnvironmentVariableGuard _Path;
-    testsupport::NoHttpProxy _NoProxy;
+    std::string m_Standins;
+    testsupport::EnvironmentVariableGuard m_Path;
+    testsupport::NoHttpProxy m_NoProxy;
 };
 
 } // namespace
@@ -117,11 +118,11 @@ protected:
 
 TEST_F(DownloadGuardTest, UpdateIdWithAShellCommandIsRefusedBeforeAnythingRuns) {
     StandinTools("exit 0\n");
-    const std::string witness = _Work.File("witness");
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    const std::string witness = m_Work.File("witness");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
     AddProductWithUpdateId("x;id>" + witness + ";#");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     EXPECT_EQ(HostLog::Lines(),
               (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id=x;id>" + witness + ";#"),
@@ -132,11 +133,11 @@ TEST_F(DownloadGuardTest, UpdateIdWithAShellCommandIsRefusedBeforeAnythingRuns) 
 
 TEST_F(DownloadGuardTest, UrlWithAnAmpersandIsRefused) {
     StandinTools("exit 0\n");
-    const std::string witness = _Work.File("witness");
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/default");
-    _Session.SetValue("signing_url", "http://keys.invalid/key&touch>" + witness);
+    const std::string witness = m_Work.File("witness");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/default");
+    m_Session.SetValue("signing_url", "http://keys.invalid/key&touch>" + witness);
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 3u);
@@ -150,8 +151,8 @@ TEST_F(DownloadGuardTest, EveryShellCharacterInTheDefaultUrlIsRefused) {
     for (const char* bad : {" ", ";", "&", "|", "$",  "`",  "'", "\"", "(", ")",
                             "<", ">", "*", "[", "\\", "\n", "#", "!",  "{", "\t"}) {
         HostLog::Clear();
-        _Session.SetValue("SIGNING_DEFAULT_URL", std::string("http://keys.invalid/a") + bad + "b");
-        EXPECT_EQ(_signing_get_public_key(&_Session), "") << bad;
+        m_Session.SetValue("SIGNING_DEFAULT_URL", std::string("http://keys.invalid/a") + bad + "b");
+        EXPECT_EQ(_signing_get_public_key(&m_Session), "") << bad;
         Lines lines = HostLog::Lines();
         ASSERT_EQ(lines.size(), 3u) << bad;
         EXPECT_EQ(lines[2], RefusedCharacterLine("SIGNING_DEFAULT_URL")) << bad;
@@ -161,9 +162,9 @@ TEST_F(DownloadGuardTest, EveryShellCharacterInTheDefaultUrlIsRefused) {
 
 TEST_F(DownloadGuardTest, UrlThatWouldBeTakenAsAnOptionIsRefused) {
     StandinTools("exit 0\n");
-    _Session.SetValue("signing_url", "--output-document=/etc/x");
+    m_Session.SetValue("signing_url", "--output-document=/etc/x");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[2],
@@ -173,12 +174,12 @@ TEST_F(DownloadGuardTest, UrlThatWouldBeTakenAsAnOptionIsRefused) {
 
 TEST_F(DownloadGuardTest, TempFolderWithABlankIsRefused) {
     StandinTools("exit 0\n");
-    const std::string folder = _Work.File("with blank");
+    const std::string folder = m_Work.File("with blank");
     ASSERT_EQ(0, mkdir(folder.c_str(), 0755));
-    _Session.SetValue("TEMP_FOLDER", folder);
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("TEMP_FOLDER", folder);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     EXPECT_EQ(HostLog::Lines(), (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id="),
                                        RefusedCharacterLine("TEMP_FOLDER")}));
     EXPECT_FALSE(ToolWasRun());
@@ -189,9 +190,9 @@ TEST_F(DownloadGuardTest, CommandThatWouldBeCutIsRefused) {
     // 4095 characters would cut the command inside the request, before its
     // output option: wget would write into the current folder.
     const std::string url = "http://keys.invalid/" + std::string(4000, 'u');
-    _Session.SetValue("SIGNING_DEFAULT_URL", url);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", url);
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     EXPECT_EQ(HostLog::Lines(),
               (Lines{kDownloadingLine, RequestLine(url + "?id="),
                      std::string(kRefusedPrefix) + "the command would be longer than 4095 characters"}));
@@ -202,14 +203,14 @@ TEST_F(DownloadGuardTest, LongestCommandThatFitsIsStillRun) {
     StandinTools("exit 8\n");
     // The curl template is the longer one; a request that fits it exactly
     // is run (here by the wget stand-in).
-    const std::string outFile = _Temp + "/PUBLIC_KEY.PUB";
+    const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string curlFrame =
         "export LD_LIBRARY_PATH=\"\"; curl --max-time 3 --retry 1 --location --silent  -o " + outFile +
         " 2>/dev/null";
     const std::string url = "http://k/" + std::string(4095 - curlFrame.size() - 9 - 4, 'u');
-    _Session.SetValue("SIGNING_DEFAULT_URL", url);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", url);
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 12u);
     EXPECT_EQ(lines[2], CommandValueLine(WgetCommand(url + "?id=", outFile)));
@@ -218,12 +219,12 @@ TEST_F(DownloadGuardTest, LongestCommandThatFitsIsStillRun) {
 TEST_F(DownloadGuardTest, SafeCharactersKeepTheCommandExactly) {
     StandinTools("exit 8\n");
     const std::string url = "https://user@keys.example.com:8443/a-b_c.d~e/key?x=1%2C2+3,4";
-    _Session.SetValue("SIGNING_DEFAULT_URL", url);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", url);
     AddProductWithUpdateId("UPD-1.2_3~4:5/6?7=8%9+10,11@12");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     const std::string request = url + "?id=UPD-1.2_3~4:5/6?7=8%9+10,11@12";
-    const std::string command = WgetCommand(request, _Temp + "/PUBLIC_KEY.PUB");
+    const std::string command = WgetCommand(request, m_Temp + "/PUBLIC_KEY.PUB");
     Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
     for (const char* protocol : kWgetProtocols) {
         AppendAttempt(expected, command, protocol);
@@ -236,10 +237,10 @@ TEST_F(DownloadGuardTest, SafeCharactersKeepTheCommandExactly) {
 
 TEST_F(DownloadGuardTest, EmptyTempFolderIsRefused) {
     StandinTools("exit 0\n");
-    _Session.SetValue("TEMP_FOLDER", "");
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("TEMP_FOLDER", "");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     EXPECT_EQ(HostLog::Lines(), (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id="),
                                        std::string(kRefusedPrefix) + "TEMP_FOLDER is empty"}));
     EXPECT_FALSE(ToolWasRun());
@@ -248,12 +249,12 @@ TEST_F(DownloadGuardTest, EmptyTempFolderIsRefused) {
 
 TEST_F(DownloadGuardTest, TempFolderThatIsAFileIsRefused) {
     StandinTools("exit 0\n");
-    const std::string file = _Work.File("plain-file");
+    const std::string file = m_Work.File("plain-file");
     WriteFile(file, "x");
-    _Session.SetValue("TEMP_FOLDER", file);
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("TEMP_FOLDER", file);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 3u);
     EXPECT_EQ(lines[2], std::string(kRefusedPrefix) + "TEMP_FOLDER [" + file + "] is not a folder");
@@ -261,15 +262,15 @@ TEST_F(DownloadGuardTest, TempFolderThatIsAFileIsRefused) {
 }
 
 TEST_F(DownloadGuardTest, SharedTempFolderGetsAPrivateFolderThatTheRunRemoves) {
-    LoopbackHttpServer server(ServedFolder(), _Work.File("server.log"));
-    const std::string shared = _Work.File("shared");
+    LoopbackHttpServer server(ServedFolder(), m_Work.File("server.log"));
+    const std::string shared = m_Work.File("shared");
     ASSERT_EQ(0, mkdir(shared.c_str(), 0755));
     ASSERT_EQ(0, chmod(shared.c_str(), 01777));
-    _Session.SetValue("TEMP_FOLDER", shared);
-    _Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
-    Product& product = _Session.Installation().AddProduct("product");
-    _Session.Installation().AddComponent(product, "rpm", "good", testsupport::Fixture("rpm"),
-                                         "signed-rsa2048-sha256.rpm");
+    m_Session.SetValue("TEMP_FOLDER", shared);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
+    Product& product = m_Session.Installation().AddProduct("product");
+    m_Session.Installation().AddComponent(product, "rpm", "good", testsupport::Fixture("rpm"),
+                                          "signed-rsa2048-sha256.rpm");
 
     // Seen from inside the run: the key's folder while packages are verified.
     std::string keyFolderMode;
@@ -284,7 +285,7 @@ TEST_F(DownloadGuardTest, SharedTempFolderGetsAPrivateFolderThatTheRunRemoves) {
             }
         }
     });
-    const int returned = signing_validate_package_list(&_Session);
+    const int returned = signing_validate_package_list(&m_Session);
     HostLog::SetListener(nullptr);
 
     EXPECT_EQ(returned, 0);
@@ -312,14 +313,14 @@ TEST_F(DownloadGuardTest, FolderOfAnotherUserGetsAPrivateFolder) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "giving a folder to another user needs root";
     }
-    LoopbackHttpServer server(ServedFolder(), _Work.File("server.log"));
-    const std::string foreign = _Work.File("foreign");
+    LoopbackHttpServer server(ServedFolder(), m_Work.File("server.log"));
+    const std::string foreign = m_Work.File("foreign");
     ASSERT_EQ(0, mkdir(foreign.c_str(), 0755));
     ASSERT_EQ(0, chown(foreign.c_str(), 65534, 65534));
-    _Session.SetValue("TEMP_FOLDER", foreign);
-    _Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
+    m_Session.SetValue("TEMP_FOLDER", foreign);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
 
-    const std::string key = _signing_get_public_key(&_Session);
+    const std::string key = _signing_get_public_key(&m_Session);
 
     ASSERT_EQ(key.compare(0, foreign.size() + 13, foreign + "/signing-key-"), 0) << key;
     EXPECT_EQ(ReadFile(key), ReadFile(FixtureKey()));
@@ -328,20 +329,20 @@ TEST_F(DownloadGuardTest, FolderOfAnotherUserGetsAPrivateFolder) {
     EXPECT_EQ(status.st_mode & 07777, 0700u);
     EXPECT_EQ(status.st_uid, geteuid());
     // Outside a validation run the folder stays until a run ends.
-    EXPECT_EQ(signing_validate_package_list(&_Session), 0);
+    EXPECT_EQ(signing_validate_package_list(&m_Session), 0);
     EXPECT_FALSE(PathExists(key));
 }
 
 TEST_F(DownloadGuardTest, LinkInTheKeysPlaceIsRemovedNotFollowed) {
-    LoopbackHttpServer server(ServedFolder(), _Work.File("server.log"));
-    const std::string victim = _Work.File("victim");
+    LoopbackHttpServer server(ServedFolder(), m_Work.File("server.log"));
+    const std::string victim = m_Work.File("victim");
     WriteFile(victim, "must stay as it is\n");
-    ASSERT_EQ(0, symlink(victim.c_str(), (_Temp + "/PUBLIC_KEY.PUB").c_str()));
-    _Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
+    ASSERT_EQ(0, symlink(victim.c_str(), (m_Temp + "/PUBLIC_KEY.PUB").c_str()));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
 
-    const std::string key = _signing_get_public_key(&_Session);
+    const std::string key = _signing_get_public_key(&m_Session);
 
-    EXPECT_EQ(key, _Temp + "/PUBLIC_KEY.PUB");
+    EXPECT_EQ(key, m_Temp + "/PUBLIC_KEY.PUB");
     EXPECT_EQ(ReadFile(victim), "must stay as it is\n");
     struct stat status;
     ASSERT_EQ(0, lstat(key.c_str(), &status));
@@ -353,24 +354,24 @@ TEST_F(DownloadGuardTest, EarlierKeyFileIsRemovedBeforeTheDownload) {
     // A download that writes nothing leaves no earlier key to be taken for
     // the new one.
     StandinTools("exit 8\n");
-    WriteFile(_Temp + "/PUBLIC_KEY.PUB", "an earlier key\n");
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    WriteFile(m_Temp + "/PUBLIC_KEY.PUB", "an earlier key\n");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
-    EXPECT_FALSE(PathExists(_Temp + "/PUBLIC_KEY.PUB"));
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_FALSE(PathExists(m_Temp + "/PUBLIC_KEY.PUB"));
 }
 
 TEST_F(DownloadGuardTest, DownloadedLinkIsNotAKey) {
-    const std::string victim = _Work.File("victim");
+    const std::string victim = m_Work.File("victim");
     WriteFile(victim, "not a key\n");
     // The stand-in puts a link where the key belongs: "-O <path>" are its
     // last arguments.
     StandinTools("for last; do :; done\nln -s '" + victim + "' \"$last\"\nexit 0\n");
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
-    const std::string outFile = _Temp + "/PUBLIC_KEY.PUB";
+    const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string command = WgetCommand("http://keys.invalid/key?id=", outFile);
     Lines expected{kDownloadingLine, RequestLine("http://keys.invalid/key?id="), CommandValueLine(command)};
     for (const char* protocol : kWgetProtocols) {
@@ -386,11 +387,11 @@ TEST_F(DownloadGuardTest, DownloadedLinkIsNotAKey) {
 
 TEST_F(DownloadGuardTest, FloodingServiceIsCutAtTheKeySizeBound) {
     MisbehavingKeyService service(MisbehavingKeyService::Behaviour::Flood, 64UL * 1024 * 1024);
-    _Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
-    const std::string outFile = _Temp + "/PUBLIC_KEY.PUB";
+    const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string command = WgetCommand(service.Url("/key.asc") + "?id=", outFile);
     Lines expected{kDownloadingLine, RequestLine(service.Url("/key.asc") + "?id="),
                    CommandValueLine(command)};
@@ -405,10 +406,10 @@ TEST_F(DownloadGuardTest, FloodingServiceIsCutAtTheKeySizeBound) {
 
 TEST_F(DownloadGuardTest, SilentServiceEndsWithTheToolsTimeOut) {
     MisbehavingKeyService service(MisbehavingKeyService::Behaviour::Silent);
-    _Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
     const auto start = std::chrono::steady_clock::now();
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     const auto seconds =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
@@ -426,17 +427,17 @@ class DownloadDeadline : public DownloadGuardTest {};
 
 TEST_F(DownloadDeadline, TricklingServiceIsKilledAfterThirtySecondsAnAttempt) {
     MisbehavingKeyService service(MisbehavingKeyService::Behaviour::Trickle);
-    _Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
     const auto start = std::chrono::steady_clock::now();
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     const auto seconds =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
     // Three attempts of 30 seconds each, then it gives up.
     EXPECT_GE(seconds, 90);
     EXPECT_LT(seconds, 110);
-    const std::string outFile = _Temp + "/PUBLIC_KEY.PUB";
+    const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string command = WgetCommand(service.Url("/key.asc") + "?id=", outFile);
     Lines expected{kDownloadingLine, RequestLine(service.Url("/key.asc") + "?id="),
                    CommandValueLine(command)};

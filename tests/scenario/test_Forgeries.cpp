@@ -250,7 +250,7 @@ protected:
     static std::string OriginalKey() { return fixtures::KeyArmored("rsa2048"); }
 
     std::string Write(const Bytes& content, const std::string& name) {
-        const std::string path = _Folder.File(name);
+        const std::string path = m_Folder.File(name);
         testsupport::WriteBytes(path, content);
         return path;
     }
@@ -291,7 +291,7 @@ protected:
         EXPECT_EQ(detail, outcome.detail);
     }
 
-    testsupport::TempDir _Folder;
+    testsupport::TempDir m_Folder;
 };
 
 const char kCopyDetail[] =

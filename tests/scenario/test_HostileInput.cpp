@@ -73,11 +73,11 @@ std::pair<size_t, size_t> ModulusOf(const std::string& packets) {
 // that broke a rule.
 class Tally {
 public:
-    explicit Tally(std::string what) : _What(std::move(what)) {}
+    explicit Tally(std::string what) : m_What(std::move(what)) {}
 
     // Checks one result and frees its message; returns the status.
     int Add(const RPM_RESULT& result, const std::string& description) {
-        ++_Cases;
+        ++m_Cases;
         const int status = static_cast<int>(result.status);
         if (status < RPM_SIGNED || status > RPM_ERROR) {
             Fail(description + ": status " + std::to_string(status) + " is none of the six");
@@ -92,70 +92,70 @@ public:
     }
 
     void Fail(const std::string& text) {
-        if (_Failures.size() < 20) {
-            _Failures.push_back(text);
+        if (m_Failures.size() < 20) {
+            m_Failures.push_back(text);
         }
-        ++_FailureCount;
+        ++m_FailureCount;
     }
 
-    size_t Cases() const { return _Cases; }
+    size_t Cases() const { return m_Cases; }
 
     void Report() const {
-        std::printf("%s: %zu cases;", _What.c_str(), _Cases);
+        std::printf("%s: %zu cases;", m_What.c_str(), m_Cases);
         for (int status = 0; status < 6; ++status) {
             std::printf(" %s %zu%s", kStatusNames[status], _ByStatus[status], status < 5 ? "," : "\n");
         }
         std::fflush(stdout);
-        for (const std::string& failure : _Failures) {
-            ADD_FAILURE() << _What << ": " << failure;
+        for (const std::string& failure : m_Failures) {
+            ADD_FAILURE() << m_What << ": " << failure;
         }
-        EXPECT_EQ(0u, _FailureCount) << _What;
+        EXPECT_EQ(0u, m_FailureCount) << m_What;
     }
 
 private:
-    std::string _What;
-    size_t _Cases = 0;
+    std::string m_What;
+    size_t m_Cases = 0;
     size_t _ByStatus[6] = {};
-    size_t _FailureCount = 0;
-    std::vector<std::string> _Failures;
+    size_t m_FailureCount = 0;
+    std::vector<std::string> m_Failures;
 };
 
 // One file changed in place, case after case: bytes are written back and
 // lengths restored without writing the whole file each time.
 class MutableFile {
 public:
-    MutableFile(const std::string& path, const std::string& original) : _Path(path), _Original(original) {
+    MutableFile(const std::string& path, const std::string& original) : m_Path(path), m_Original(original) {
         WriteFile(path, original);
-        _Fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
-        if (_Fd < 0) {
+        m_Fd = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        if (m_Fd < 0) {
             throw std::runtime_error("cannot open " + path);
         }
     }
-    ~MutableFile() { close(_Fd); }
+    ~MutableFile() { close(m_Fd); }
     MutableFile(const MutableFile&) = delete;
     MutableFile& operator=(const MutableFile&) = delete;
 
-    const std::string& Path() const { return _Path; }
+    const std::string& Path() const { return m_Path; }
 
     void SetByte(size_t at, unsigned char value) { WriteAt(at, &value, 1); }
-    void RestoreByte(size_t at) { WriteAt(at, _Original.data() + at, 1); }
+    void RestoreByte(size_t at) { WriteAt(at, m_Original.data() + at, 1); }
     void Truncate(size_t length) {
-        if (ftruncate(_Fd, static_cast<off_t>(length)) != 0) {
-            throw std::runtime_error("cannot truncate " + _Path);
+        if (ftruncate(m_Fd, static_cast<off_t>(length)) != 0) {
+            throw std::runtime_error("cannot truncate " + m_Path);
         }
     }
-    void RestoreAll() { WriteAt(0, _Original.data(), _Original.size()); }
+    void RestoreAll() { WriteAt(0, m_Original.data(), m_Original.size()); }
 
 private:
     void WriteAt(size_t at, const void* data, size_t size) {
-        if (pwrite(_Fd, data, size, static_cast<off_t>(at)) != static_cast<ssize_t>(size)) {
-            throw std::runtime_error("cannot write " + _Path);
+        if (pwrite(m_Fd, data, size, static_cast<off_t>(at)) != static_cast<ssize_t>(size)) {
+            throw std::runtime_error("cannot write " + m_Path);
         }
     }
 
-    std::string _Path;
-    std::string _Original;
-    int _Fd;
+    std::string m_Path;
+    std::string m_Original;
+    int m_Fd;
 };
 
 // The four ways every byte is changed.
@@ -271,16 +271,16 @@ protected:
     void SetUp() override {
         REQUIRE_FIXTURE(Fixture("rpm/signed-rsa2048-sha256.rpm"));
         REQUIRE_FIXTURE(Fixture("keys/rsa2048.asc"));
-        _Package = ReadFile(Fixture("rpm/signed-rsa2048-sha256.rpm"));
-        _Key = ReadFile(Fixture("keys/rsa2048.asc"));
-        _KeyPath = Fixture("keys/rsa2048.asc");
+        m_Package = ReadFile(Fixture("rpm/signed-rsa2048-sha256.rpm"));
+        m_Key = ReadFile(Fixture("keys/rsa2048.asc"));
+        m_KeyPath = Fixture("keys/rsa2048.asc");
     }
 
     // Each bit count written at `at` of the bytes (the package, or the key's
     // packets, armored) makes an MPI longer than its buffer: refused.
     void ExpectBitCountsRefused(const std::string& bytes, size_t at, std::initializer_list<uint16_t> counts,
                                 bool key) {
-        const std::string path = _Dir.File(key ? "key.asc" : "package.rpm");
+        const std::string path = m_Dir.File(key ? "key.asc" : "package.rpm");
         for (uint16_t bits : counts) {
             std::string mutated = bytes;
             mutated[at] = static_cast<char>(bits >> 8);
@@ -288,7 +288,7 @@ protected:
             WriteFile(path, key ? Armor(mutated) : mutated);
             const ProcessOutcome outcome =
                 key ? ProcessPackage(Fixture("rpm/signed-rsa2048-sha256.rpm"), path)
-                    : ProcessPackage(path, _KeyPath);
+                    : ProcessPackage(path, m_KeyPath);
             SCOPED_TRACE("bits " + std::to_string(bits));
             EXPECT_EQ(5, outcome.verdict);
             EXPECT_EQ("Invalid format of data: Size of the multi-precision integers is greater than the "
@@ -297,32 +297,32 @@ protected:
         }
     }
 
-    std::string _Package;
-    std::string _Key;
-    std::string _KeyPath;
-    TempDir _Dir;
+    std::string m_Package;
+    std::string m_Key;
+    std::string m_KeyPath;
+    TempDir m_Dir;
 };
 
 // ---------------------------------------------------------------------------
 // Sweeps over the real package
 
 TEST_F(HostileInput, EveryTruncationOfThePackage) {
-    const PackageLayout layout(_Package);
-    ASSERT_LT(layout.mainHeaderEnd, _Package.size());
-    MutableFile file(_Dir.File("package.rpm"), _Package);
+    const PackageLayout layout(m_Package);
+    ASSERT_LT(layout.mainHeaderEnd, m_Package.size());
+    MutableFile file(m_Dir.File("package.rpm"), m_Package);
     Tally tally("package truncations");
 
-    RPM_RESULT whole = rpm_verify(file.Path().c_str(), _KeyPath.c_str());
+    RPM_RESULT whole = rpm_verify(file.Path().c_str(), m_KeyPath.c_str());
     ASSERT_EQ(RPM_SIGNED, tally.Add(whole, "whole package"));
 
     // A spread of lengths into the payload, longest first, then every length
     // from the end of the main header down to nothing.
     std::vector<size_t> lengths;
-    const size_t payload = _Package.size() - layout.mainHeaderEnd;
+    const size_t payload = m_Package.size() - layout.mainHeaderEnd;
     for (size_t step = 64; step >= 1; --step) {
         lengths.push_back(layout.mainHeaderEnd + payload * step / 65);
     }
-    lengths.push_back(_Package.size() - 1);
+    lengths.push_back(m_Package.size() - 1);
     lengths.push_back(layout.mainHeaderEnd + 1);
     std::sort(lengths.rbegin(), lengths.rend());
     for (size_t length = layout.mainHeaderEnd + 1; length-- > 0;) {
@@ -331,7 +331,7 @@ TEST_F(HostileInput, EveryTruncationOfThePackage) {
     for (size_t length : lengths) {
         file.Truncate(length);
         const int status =
-            tally.Add(rpm_verify(file.Path().c_str(), _KeyPath.c_str()), "length " + std::to_string(length));
+            tally.Add(rpm_verify(file.Path().c_str(), m_KeyPath.c_str()), "length " + std::to_string(length));
         if (status == RPM_SIGNED) {
             tally.Fail("length " + std::to_string(length) + " passes as signed");
         }
@@ -341,8 +341,8 @@ TEST_F(HostileInput, EveryTruncationOfThePackage) {
 }
 
 TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
-    const PackageLayout layout(_Package);
-    MutableFile file(_Dir.File("package.rpm"), _Package);
+    const PackageLayout layout(m_Package);
+    MutableFile file(m_Dir.File("package.rpm"), m_Package);
     Tally tally("package byte changes");
     // Every byte in the normal build; under the sanitizers, which make each
     // call several times slower, every third byte.
@@ -350,8 +350,8 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
     // The checked data of the signature header: the SHA-1 text (tag 269, 40
     // digits and the NUL), the MD5 (tag 1004) and both signature blobs.
     const std::vector<std::pair<size_t, size_t>> checked = {
-        layout.DataOf(_Package, 269, 41), layout.DataOf(_Package, 1004, 16), layout.DataOf(_Package, 268),
-        layout.DataOf(_Package, 1002)};
+        layout.DataOf(m_Package, 269, 41), layout.DataOf(m_Package, 1004, 16), layout.DataOf(m_Package, 268),
+        layout.DataOf(m_Package, 1002)};
     // The one change inside them that may pass: the low byte of a signature
     // value's bit count, when the count still gives the same number of bytes
     // (the value itself is unchanged; rpmkeys --checksig accepts it too).
@@ -359,9 +359,9 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
     for (const auto& blob : {checked[2], checked[3]}) {
         // A 2048-bit key's signature value (256 bytes) ends the blob.
         const size_t low = blob.second - 256 - 1;
-        const unsigned int bits = static_cast<unsigned int>(static_cast<unsigned char>(_Package[low - 1]))
+        const unsigned int bits = static_cast<unsigned int>(static_cast<unsigned char>(m_Package[low - 1]))
                                       << 8 |
-                                  static_cast<unsigned char>(_Package[low]);
+                                  static_cast<unsigned char>(m_Package[low]);
         ASSERT_EQ(256u, (bits + 7) / 8) << "bit count at " << low - 1;
         bitCounts.push_back({low, bits});
     }
@@ -375,7 +375,7 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
     };
     size_t checkedCases = 0;
     for (size_t at = 0; at < layout.mainHeaderEnd; at += stride) {
-        const unsigned char original = static_cast<unsigned char>(_Package[at]);
+        const unsigned char original = static_cast<unsigned char>(m_Package[at]);
         for (const ByteChange& change : kByteChanges) {
             const unsigned char changed = change.apply(original);
             if (changed == original) {
@@ -383,7 +383,7 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
             }
             file.SetByte(at, changed);
             const std::string description = "byte " + std::to_string(at) + " " + change.name;
-            const int status = tally.Add(rpm_verify(file.Path().c_str(), _KeyPath.c_str()), description);
+            const int status = tally.Add(rpm_verify(file.Path().c_str(), m_KeyPath.c_str()), description);
             // The main header is covered by its SHA-1 and by both signatures.
             if (at >= layout.mainHeader && status == RPM_SIGNED) {
                 tally.Fail(description + " (main header) passes as signed");
@@ -407,11 +407,11 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
 
 TEST_F(HostileInput, EveryTruncationOfTheKey) {
     const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
-    MutableFile key(_Dir.File("key.asc"), _Key);
+    MutableFile key(m_Dir.File("key.asc"), m_Key);
     Tally tally("key truncations");
     ASSERT_EQ(RPM_SIGNED, tally.Add(rpm_verify(package.c_str(), key.Path().c_str()), "whole key"));
     // The armor must end after its END line, so no shorter file is a key.
-    for (size_t length = _Key.size(); length-- > 0;) {
+    for (size_t length = m_Key.size(); length-- > 0;) {
         key.Truncate(length);
         const int status = tally.Add(rpm_verify(package.c_str(), key.Path().c_str()),
                                      "key length " + std::to_string(length));
@@ -420,22 +420,22 @@ TEST_F(HostileInput, EveryTruncationOfTheKey) {
         }
     }
     tally.Report();
-    EXPECT_EQ(_Key.size() + 1, tally.Cases());
+    EXPECT_EQ(m_Key.size() + 1, tally.Cases());
 }
 
 TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
     const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
-    MutableFile key(_Dir.File("key.asc"), _Key);
+    MutableFile key(m_Dir.File("key.asc"), m_Key);
     Tally tally("key armor byte changes");
     // The armor characters whose six bits all fall inside the modulus: body
     // character n holds bits 6n to 6n+5 of the packets.
-    const std::pair<size_t, size_t> modulus = ModulusOf(Dearmor(_Key));
-    std::vector<bool> inModulus(_Key.size(), false);
-    const size_t body = _Key.find("\n\n") + 2;
-    const size_t checksum = _Key.find("\n=", body);
+    const std::pair<size_t, size_t> modulus = ModulusOf(Dearmor(m_Key));
+    std::vector<bool> inModulus(m_Key.size(), false);
+    const size_t body = m_Key.find("\n\n") + 2;
+    const size_t checksum = m_Key.find("\n=", body);
     size_t modulusCharacters = 0;
     for (size_t at = body, character = 0; at < checksum; ++at) {
-        if (_Key[at] == '\n') {
+        if (m_Key[at] == '\n') {
             continue;
         }
         inModulus[at] = character * 6 / 8 >= modulus.first && (character * 6 + 5) / 8 < modulus.second;
@@ -443,8 +443,8 @@ TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
         ++character;
     }
     ASSERT_GE(modulusCharacters, 340u);
-    for (size_t at = 0; at < _Key.size(); ++at) {
-        const unsigned char original = static_cast<unsigned char>(_Key[at]);
+    for (size_t at = 0; at < m_Key.size(); ++at) {
+        const unsigned char original = static_cast<unsigned char>(m_Key[at]);
         for (const ByteChange& change : kByteChanges) {
             const unsigned char changed = change.apply(original);
             if (changed == original) {
@@ -460,16 +460,16 @@ TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
         key.RestoreByte(at);
     }
     tally.Report();
-    EXPECT_GE(tally.Cases(), 3 * _Key.size());
+    EXPECT_GE(tally.Cases(), 3 * m_Key.size());
 }
 
 TEST_F(HostileInput, EveryByteOfTheKeyPacketsChanged) {
     const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
-    const std::string packets = Dearmor(_Key);
+    const std::string packets = Dearmor(m_Key);
     ASSERT_GT(packets.size(), 300u);
     const std::pair<size_t, size_t> modulus = ModulusOf(packets);
 
-    const std::string path = _Dir.File("key.asc");
+    const std::string path = m_Dir.File("key.asc");
     Tally tally("key packet byte changes");
     WriteFile(path, Armor(packets));
     ASSERT_EQ(RPM_SIGNED, tally.Add(rpm_verify(package.c_str(), path.c_str()), "re-armored key"));
@@ -498,8 +498,8 @@ TEST_F(HostileInput, EveryByteOfTheKeyPacketsChanged) {
 // Lengths that lie, in the package
 
 TEST_F(HostileInput, SignatureHeaderCountsAndSizesUpToTheLimit) {
-    const PackageLayout layout(_Package);
-    const std::string path = _Dir.File("package.rpm");
+    const PackageLayout layout(m_Package);
+    const std::string path = m_Dir.File("package.rpm");
     const uint32_t size = layout.signatureDataSize;
     struct Case {
         uint32_t count;
@@ -514,12 +514,12 @@ TEST_F(HostileInput, SignatureHeaderCountsAndSizesUpToTheLimit) {
                           {0xFFFFFFFF, 0xFFFFFFFF},
                           {0x10000, 0xFFFFFFF0}};
     for (const Case& c : cases) {
-        std::string mutated = _Package;
+        std::string mutated = m_Package;
         PutBe32(mutated, 104, c.count);
         PutBe32(mutated, 108, c.dataSize);
         WriteFile(path, mutated);
         ProcessOutcome outcome{};
-        const auto cost = Measure([&] { outcome = ProcessPackage(path, _KeyPath); });
+        const auto cost = Measure([&] { outcome = ProcessPackage(path, m_KeyPath); });
         SCOPED_TRACE("count " + std::to_string(c.count) + ", data size " + std::to_string(c.dataSize));
         EXPECT_EQ(5, outcome.verdict);
         EXPECT_EQ(
@@ -535,12 +535,12 @@ TEST_F(HostileInput, SignatureHeaderCountsAndSizesUpToTheLimit) {
 
 TEST_F(HostileInput, SignatureHeaderOfMoreEntriesThanTheWalkCounts) {
     // 256 entries and a data size that together still fit the file.
-    const std::string path = _Dir.File("package.rpm");
-    std::string mutated = _Package;
+    const std::string path = m_Dir.File("package.rpm");
+    std::string mutated = m_Package;
     PutBe32(mutated, 104, 256);
     PutBe32(mutated, 108, 16);
     WriteFile(path, mutated);
-    const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+    const ProcessOutcome outcome = ProcessPackage(path, m_KeyPath);
     EXPECT_EQ(5, outcome.verdict);
     EXPECT_EQ("File operation error: Invalid structure of the file: Signature section: the signature header "
               "has 256 "
@@ -549,18 +549,18 @@ TEST_F(HostileInput, SignatureHeaderOfMoreEntriesThanTheWalkCounts) {
 }
 
 TEST_F(HostileInput, MainHeaderCountsAndSizesUpToTheLimit) {
-    const PackageLayout layout(_Package);
-    const std::string path = _Dir.File("package.rpm");
+    const PackageLayout layout(m_Package);
+    const std::string path = m_Dir.File("package.rpm");
     const uint32_t counts[] = {0xFFFFFFFF, 0x10000000, 0x100000};
     const uint32_t sizes[] = {0xFFFFFFFF, 0x7FFFFFFF, 0x1000000};
     for (uint32_t count : counts) {
         for (uint32_t dataSize : sizes) {
-            std::string mutated = _Package;
+            std::string mutated = m_Package;
             PutBe32(mutated, layout.mainHeader + 8, count);
             PutBe32(mutated, layout.mainHeader + 12, dataSize);
             WriteFile(path, mutated);
             ProcessOutcome outcome{};
-            const auto cost = Measure([&] { outcome = ProcessPackage(path, _KeyPath); });
+            const auto cost = Measure([&] { outcome = ProcessPackage(path, m_KeyPath); });
             SCOPED_TRACE("count " + std::to_string(count) + ", data size " + std::to_string(dataSize));
             EXPECT_EQ(5, outcome.verdict);
             EXPECT_EQ("File operation error: Invalid structure of the file: Header section: the main header "
@@ -575,8 +575,8 @@ TEST_F(HostileInput, MainHeaderCountsAndSizesUpToTheLimit) {
 }
 
 TEST_F(HostileInput, EntryOffsetsAndCountsOutsideTheDataStore) {
-    const PackageLayout layout(_Package);
-    const std::string path = _Dir.File("package.rpm");
+    const PackageLayout layout(m_Package);
+    const std::string path = m_Dir.File("package.rpm");
     struct Case {
         uint32_t tag;
         size_t field; // 8 offset, 12 count
@@ -607,12 +607,12 @@ TEST_F(HostileInput, EntryOffsetsAndCountsOutsideTheDataStore) {
          "Signature section: the MD5 hash (tag 1004) lies outside the data store."},
     };
     for (const Case& c : cases) {
-        std::string mutated = _Package;
+        std::string mutated = m_Package;
         const size_t entry = layout.EntryOf(mutated, c.tag);
         ASSERT_NE(0u, entry) << "tag " << c.tag;
         PutBe32(mutated, entry + c.field, c.value);
         WriteFile(path, mutated);
-        const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+        const ProcessOutcome outcome = ProcessPackage(path, m_KeyPath);
         SCOPED_TRACE("tag " + std::to_string(c.tag) + (c.field == 8 ? " offset " : " count ") +
                      std::to_string(c.value));
         EXPECT_EQ(5, outcome.verdict);
@@ -623,19 +623,19 @@ TEST_F(HostileInput, EntryOffsetsAndCountsOutsideTheDataStore) {
 }
 
 TEST_F(HostileInput, SignaturePacketLengthBeyondItsBlob) {
-    const PackageLayout layout(_Package);
-    const size_t entry = layout.EntryOf(_Package, 268);
+    const PackageLayout layout(m_Package);
+    const size_t entry = layout.EntryOf(m_Package, 268);
     ASSERT_NE(0u, entry);
-    const size_t blob = layout.signatureStore + Be32(_Package, entry + 8);
-    const uint32_t blobLength = Be32(_Package, entry + 12);
+    const size_t blob = layout.signatureStore + Be32(m_Package, entry + 8);
+    const uint32_t blobLength = Be32(m_Package, entry + 12);
     // gpg writes the signature packet with a 2-byte length.
-    ASSERT_EQ(0x89, static_cast<unsigned char>(_Package[blob]));
-    const std::string path = _Dir.File("package.rpm");
-    std::string mutated = _Package;
+    ASSERT_EQ(0x89, static_cast<unsigned char>(m_Package[blob]));
+    const std::string path = m_Dir.File("package.rpm");
+    std::string mutated = m_Package;
     mutated[blob + 1] = '\xFF';
     mutated[blob + 2] = '\xFF';
     WriteFile(path, mutated);
-    const ProcessOutcome outcome = ProcessPackage(path, _KeyPath);
+    const ProcessOutcome outcome = ProcessPackage(path, m_KeyPath);
     EXPECT_EQ(5, outcome.verdict);
     EXPECT_EQ(
         "Invalid format of data: OpenPGP message: packet length runs past the end of the data (65538 bytes "
@@ -647,33 +647,33 @@ TEST_F(HostileInput, SignaturePacketLengthBeyondItsBlob) {
 TEST_F(HostileInput, SignatureMpiBitCountUpToTheLimit) {
     // The signature value is the last MPI of the blob; its bit count sits
     // right before its bytes.
-    const PackageLayout layout(_Package);
-    const size_t entry = layout.EntryOf(_Package, 268);
-    const size_t blob = layout.signatureStore + Be32(_Package, entry + 8);
-    const uint32_t blobLength = Be32(_Package, entry + 12);
+    const PackageLayout layout(m_Package);
+    const size_t entry = layout.EntryOf(m_Package, 268);
+    const size_t blob = layout.signatureStore + Be32(m_Package, entry + 8);
+    const uint32_t blobLength = Be32(m_Package, entry + 12);
     size_t bitCount = 0;
     for (size_t bytes = 256; bytes > 240 && bitCount == 0; --bytes) {
         const size_t at = blob + blobLength - 2 - bytes;
-        const size_t bits = LoadBigEndian16(reinterpret_cast<const unsigned char*>(_Package.data()) + at);
+        const size_t bits = LoadBigEndian16(reinterpret_cast<const unsigned char*>(m_Package.data()) + at);
         if ((bits + 7) / 8 == bytes) {
             bitCount = at;
         }
     }
     ASSERT_NE(0u, bitCount);
-    ExpectBitCountsRefused(_Package, bitCount, {0xFFFF, 0x8000, 2049}, false);
+    ExpectBitCountsRefused(m_Package, bitCount, {0xFFFF, 0x8000, 2049}, false);
 }
 
 // ---------------------------------------------------------------------------
 // Lengths that lie, in the key
 
 TEST_F(HostileInput, KeyModulusBitCountUpToTheLimit) {
-    ExpectBitCountsRefused(Dearmor(_Key), 9, {0xFFFF, 0x8000, 2048 + 8 * 2000}, true);
+    ExpectBitCountsRefused(Dearmor(m_Key), 9, {0xFFFF, 0x8000, 2048 + 8 * 2000}, true);
 }
 
 TEST_F(HostileInput, KeyPacketLengthBeyondTheKey) {
     const std::string package = Fixture("rpm/signed-rsa2048-sha256.rpm");
-    const std::string packets = Dearmor(_Key);
-    const std::string path = _Dir.File("key.asc");
+    const std::string packets = Dearmor(m_Key);
+    const std::string path = m_Dir.File("key.asc");
     // The user ID packet (skipped by length) claims far more than is left.
     const size_t keyLength = 3 + LoadBigEndian16(reinterpret_cast<const unsigned char*>(packets.data()) + 1);
     ASSERT_EQ(13, (static_cast<unsigned char>(packets[keyLength]) & 0x3C) >> 2);

@@ -57,26 +57,26 @@ std::string ServedKey() {
 
 class KeyAcquisitionTest : public testsupport::PluginSessionTest {
 protected:
-    KeyAcquisitionTest() : _Path("PATH") {
-        _Standins = _Work.File("standins");
-        mkdir(_Standins.c_str(), 0755);
+    KeyAcquisitionTest() : m_Path("PATH") {
+        m_Standins = m_Work.File("standins");
+        mkdir(m_Standins.c_str(), 0755);
     }
 
     // The folder the loopback server serves, inside the test's own folder
     // (removed after PATH is restored).
     std::string ServedFolder() const {
-        std::string folder = _Work.File("served");
+        std::string folder = m_Work.File("served");
         mkdir(folder.c_str(), 0755);
         return folder;
     }
 
-    std::string OutFile() const { return _Temp + "/PUBLIC_KEY.PUB"; }
-    std::string StandinCalls(const std::string& tool) const { return _Standins + "/" + tool + ".calls"; }
+    std::string OutFile() const { return m_Temp + "/PUBLIC_KEY.PUB"; }
+    std::string StandinCalls(const std::string& tool) const { return m_Standins + "/" + tool + ".calls"; }
 
     // A stand-in tool that records its arguments, one call a line, and then
     // runs the given shell text.
     void WriteStandin(const std::string& tool, const std::string& action) {
-        testsupport::WriteScript(_Standins + "/" + tool,
+        testsupport::WriteScript(m_Standins + "/" + tool,
                                  "printf '%s\\n' \"$*\" >> '" + StandinCalls(tool) + "'\n" + action);
     }
 
@@ -97,7 +97,7 @@ protected:
     }
 
     // PATH = the stand-ins, then the test's own PATH.
-    void StandinsFirstOnPath() { _Path.Set(_Standins + ":" + _Path.Original()); }
+    void StandinsFirstOnPath() { m_Path.Set(m_Standins + ":" + m_Path.Original()); }
 
     // A stand-in wget first on PATH that answers every download with exit
     // code 8, as the real one does for a server error response.
@@ -109,23 +109,23 @@ protected:
     // PATH = the stand-ins, then links to the real sh and which only: no
     // real wget or curl.
     void StandinsBeforeShAndWhich() {
-        _Path.Set(_Standins + ":" + LinkTools(_Work.File("tools"), {"sh", "which"}));
+        m_Path.Set(m_Standins + ":" + LinkTools(m_Work.File("tools"), {"sh", "which"}));
     }
 
     // A "phonehome" environment whose nested environment carries the given
     // update identifier.
     Environment PhoneHome(const std::string& id) {
-        return Environment{{"phonehome", _Session.AddNestedEnvironment(Environment{{"VokUpdateId", id}})}};
+        return Environment{{"phonehome", m_Session.AddNestedEnvironment(Environment{{"VokUpdateId", id}})}};
     }
 
     // A product whose "phonehome" environment carries the given update
     // identifier.
     void AddProductWithUpdateId(const std::string& id) {
-        _Session.Installation().AddProduct("product", PhoneHome(id));
+        m_Session.Installation().AddProduct("product", PhoneHome(id));
     }
 
-    std::string _Standins;
-    EnvironmentVariableGuard _Path;
+    std::string m_Standins;
+    EnvironmentVariableGuard m_Path;
 };
 
 } // namespace
@@ -133,14 +133,14 @@ protected:
 TEST_F(KeyAcquisitionTest, UserKeyIsReturnedUnchangedWithoutProbing) {
     WriteStandin("which", "exit 0\n");
     StandinsFirstOnPath();
-    _Session.SetValue("signature", "relative/key.asc with http://not-checked");
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/");
+    m_Session.SetValue("signature", "relative/key.asc with http://not-checked");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "relative/key.asc with http://not-checked");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "relative/key.asc with http://not-checked");
     EXPECT_EQ(HostLog::Lines(), (Lines{"signing_get_public_key: public key specified by user "
                                        "relative/key.asc with http://not-checked"}));
     EXPECT_TRUE(StandinCallLines("which").empty());
-    EXPECT_TRUE(_Session.Writes("signature").empty());
+    EXPECT_TRUE(m_Session.Writes("signature").empty());
 }
 
 TEST_F(KeyAcquisitionTest, RealWgetDownloadsTheKeyFromALoopbackServer) {
@@ -149,11 +149,11 @@ TEST_F(KeyAcquisitionTest, RealWgetDownloadsTheKeyFromALoopbackServer) {
     std::string served = ServedFolder();
     mkdir((served + "/keys").c_str(), 0755);
     WriteFile(served + "/keys/key.asc", ServedKey());
-    LoopbackHttpServer server(served, _Work.File("server.log"));
-    _Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/keys/key.asc"));
+    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/keys/key.asc"));
     AddProductWithUpdateId("UPD-42");
 
-    std::string result = _signing_get_public_key(&_Session);
+    std::string result = _signing_get_public_key(&m_Session);
 
     std::string request = server.Url("/keys/key.asc") + "?id=UPD-42";
     std::string command = WgetCommand(request, OutFile());
@@ -170,10 +170,10 @@ TEST_F(KeyAcquisitionTest, RealWgetDownloadsTheKeyFromALoopbackServer) {
 
 TEST_F(KeyAcquisitionTest, RealWgetAnsweredWithNotFoundFailsThreeTimes) {
     NoHttpProxy noProxy;
-    LoopbackHttpServer server(ServedFolder(), _Work.File("server.log"));
-    _Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/missing.asc"));
+    LoopbackHttpServer server(ServedFolder(), m_Work.File("server.log"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/missing.asc"));
 
-    std::string result = _signing_get_public_key(&_Session);
+    std::string result = _signing_get_public_key(&m_Session);
 
     // wget reports a server error response with exit code 8.
     std::string request = server.Url("/missing.asc") + "?id=";
@@ -191,14 +191,14 @@ TEST_F(KeyAcquisitionTest, RealCurlWhenOnlyCurlIsInstalled) {
     NoHttpProxy noProxy;
     std::string served = ServedFolder();
     WriteFile(served + "/key.asc", ServedKey());
-    LoopbackHttpServer server(served, _Work.File("server.log"));
-    _Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
+    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/key.asc"));
     AddProductWithUpdateId("UPD-7");
-    _Path.Set(LinkTools(_Work.File("tools"), {"sh", "which", "curl"}));
+    m_Path.Set(LinkTools(m_Work.File("tools"), {"sh", "which", "curl"}));
     ASSERT_NE(testsupport::Run("which wget").exitCode, 0);
     ASSERT_EQ(testsupport::Run("which curl").exitCode, 0);
 
-    std::string result = _signing_get_public_key(&_Session);
+    std::string result = _signing_get_public_key(&m_Session);
 
     std::string request = server.Url("/key.asc") + "?id=UPD-7";
     std::string command = CurlCommand(request, OutFile());
@@ -214,10 +214,10 @@ TEST_F(KeyAcquisitionTest, RealCurlWhenOnlyCurlIsInstalled) {
 
 TEST_F(KeyAcquisitionTest, DownloadExitingWithCode8IsAttemptedThreeTimes) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
     AddProductWithUpdateId("UPD-8");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     std::string request = "http://keys.invalid/key?id=UPD-8";
     std::string command = WgetCommand(request, OutFile());
@@ -235,9 +235,9 @@ TEST_F(KeyAcquisitionTest, DownloadExitingWithCode8IsAttemptedThreeTimes) {
 TEST_F(KeyAcquisitionTest, ExitCodeOneIsLoggedAsTheRawWaitStatus) {
     WriteStandin("wget", "exit 1\n");
     StandinsFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 12u);
     EXPECT_EQ(lines[5], "_signing_call_webservice: web service call failed with status 256");
@@ -248,10 +248,10 @@ TEST_F(KeyAcquisitionTest, ExitCodeOneIsLoggedAsTheRawWaitStatus) {
 TEST_F(KeyAcquisitionTest, DownloadKilledBySignalIsAttemptedThreeTimes) {
     WriteKillingStandin("wget");
     StandinsFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
     AddProductWithUpdateId("UPD-9");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     EXPECT_STREQ(strsignal(SIGKILL), "Killed");
     std::string killed = "_signing_call_webservice: signing web service call failed by signal 9 - " +
@@ -270,9 +270,9 @@ TEST_F(KeyAcquisitionTest, DownloadKilledBySignalIsAttemptedThreeTimes) {
 TEST_F(KeyAcquisitionTest, ProbeKilledBySignalEndsTheSearch) {
     WriteKillingStandin("which");
     StandinsFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     EXPECT_EQ(HostLog::Lines(), (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id="),
                                        "_signing_get_command: signing command check failed by signal 9 - " +
                                            std::string(strsignal(SIGKILL)) + ".\n"}));
@@ -281,13 +281,13 @@ TEST_F(KeyAcquisitionTest, ProbeKilledBySignalEndsTheSearch) {
 }
 
 TEST_F(KeyAcquisitionTest, NeitherToolGivesNoCommandAndNoLog) {
-    _Path.Set(LinkTools(_Work.File("tools"), {"sh", "which"}));
+    m_Path.Set(LinkTools(m_Work.File("tools"), {"sh", "which"}));
 
     EXPECT_EQ(_signing_get_command("http://keys.invalid/key?id=1", OutFile()), "");
     EXPECT_TRUE(HostLog::Lines().empty());
 
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     EXPECT_EQ(HostLog::Lines(), (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id=")}));
 }
 
@@ -325,9 +325,9 @@ TEST_F(KeyAcquisitionTest, LongCommandIsCutToTheCommandBuffer) {
 TEST_F(KeyAcquisitionTest, CurlDownloadFailingThreeTimesLogsCurlProtocols) {
     WriteStandin("curl", "exit 7\n");
     StandinsBeforeShAndWhich();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     std::string request = "http://keys.invalid/key?id=";
     std::string command = CurlCommand(request, OutFile());
@@ -344,12 +344,12 @@ TEST_F(KeyAcquisitionTest, SecureOptionFollowsTheToolNamedAnywhereInTheCommand) 
     // command whose output folder is named after wget logs wget's options.
     WriteStandin("curl", "exit 7\n");
     StandinsBeforeShAndWhich();
-    std::string temp = _Work.File("wget-downloads");
+    std::string temp = m_Work.File("wget-downloads");
     mkdir(temp.c_str(), 0755);
-    _Session.SetValue("TEMP_FOLDER", temp);
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    m_Session.SetValue("TEMP_FOLDER", temp);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     std::string command = CurlCommand("http://keys.invalid/key?id=", temp + "/PUBLIC_KEY.PUB");
     Lines lines = HostLog::Lines();
@@ -362,11 +362,11 @@ TEST_F(KeyAcquisitionTest, SecureOptionFollowsTheToolNamedAnywhereInTheCommand) 
 
 TEST_F(KeyAcquisitionTest, EmptyUrlsStillAttemptTheDownload) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "");
-    _Session.SetValue("signing_url", "");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "");
+    m_Session.SetValue("signing_url", "");
     AddProductWithUpdateId("UPD-3");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
 
     std::string command = WgetCommand("?id=UPD-3", OutFile());
     Lines lines = HostLog::Lines();
@@ -379,10 +379,10 @@ TEST_F(KeyAcquisitionTest, EmptyUrlsStillAttemptTheDownload) {
 
 TEST_F(KeyAcquisitionTest, SigningUrlOverridesTheDefault) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://default.invalid/key");
-    _Session.SetValue("signing_url", "http://override.invalid/key");
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://default.invalid/key");
+    m_Session.SetValue("signing_url", "http://override.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[1], RequestLine("http://override.invalid/key?id="));
@@ -390,12 +390,12 @@ TEST_F(KeyAcquisitionTest, SigningUrlOverridesTheDefault) {
 
 TEST_F(KeyAcquisitionTest, NoPhonehomeLeavesTheIdentifierEmpty) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    Product& product = _Session.Installation().AddProduct("product", Environment{{"other", "x"}});
-    _Session.Installation().AddComponent(product, "rpm", "c", "/p", "c.rpm",
-                                         Environment{{"VokUpdateId", "X"}});
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    Product& product = m_Session.Installation().AddProduct("product", Environment{{"other", "x"}});
+    m_Session.Installation().AddComponent(product, "rpm", "c", "/p", "c.rpm",
+                                          Environment{{"VokUpdateId", "X"}});
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_GE(lines.size(), 3u);
     EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id="));
@@ -404,11 +404,11 @@ TEST_F(KeyAcquisitionTest, NoPhonehomeLeavesTheIdentifierEmpty) {
 
 TEST_F(KeyAcquisitionTest, ComponentIdentifierUsedWhenTheProductsIsEmpty) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    Product& product = _Session.Installation().AddProduct("product", PhoneHome(""));
-    _Session.Installation().AddComponent(product, "rpm", "c", "/p", "c.rpm", PhoneHome("UPD-COMPONENT"));
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    Product& product = m_Session.Installation().AddProduct("product", PhoneHome(""));
+    m_Session.Installation().AddComponent(product, "rpm", "c", "/p", "c.rpm", PhoneHome("UPD-COMPONENT"));
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id=UPD-COMPONENT"));
@@ -416,20 +416,20 @@ TEST_F(KeyAcquisitionTest, ComponentIdentifierUsedWhenTheProductsIsEmpty) {
 
 TEST_F(KeyAcquisitionTest, FirstIdentifierWinsProductBeforeItsComponents) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    host::HostInstallation& installation = _Session.Installation();
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    host::HostInstallation& installation = m_Session.Installation();
     // First product: nothing usable (no phonehome, an unknown token, a
     // nested environment without an identifier).
     Product& first = installation.AddProduct("first");
     installation.AddComponent(first, "rpm", "a", "/p", "a.rpm", Environment{{"phonehome", "env:999999999"}});
     installation.AddComponent(first, "rpm", "b", "/p", "b.rpm",
-                              Environment{{"phonehome", _Session.AddNestedEnvironment(Environment{})}});
+                              Environment{{"phonehome", m_Session.AddNestedEnvironment(Environment{})}});
     // Second product: its own identifier comes before its component's.
     Product& second = installation.AddProduct("second", PhoneHome("UPD-P2"));
     installation.AddComponent(second, "rpm", "c", "/p", "c.rpm", PhoneHome("UPD-C2"));
     installation.AddProduct("third", PhoneHome("UPD-P3"));
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id=UPD-P2"));
@@ -437,13 +437,13 @@ TEST_F(KeyAcquisitionTest, FirstIdentifierWinsProductBeforeItsComponents) {
 
 TEST_F(KeyAcquisitionTest, EarlierProductsComponentBeatsALaterProduct) {
     FailingWgetFirstOnPath();
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    host::HostInstallation& installation = _Session.Installation();
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
+    host::HostInstallation& installation = m_Session.Installation();
     Product& first = installation.AddProduct("first");
     installation.AddComponent(first, "rpm", "a", "/p", "a.rpm", PhoneHome("UPD-C1"));
     installation.AddProduct("second", PhoneHome("UPD-P2"));
 
-    EXPECT_EQ(_signing_get_public_key(&_Session), "");
+    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id=UPD-C1"));
@@ -451,42 +451,42 @@ TEST_F(KeyAcquisitionTest, EarlierProductsComponentBeatsALaterProduct) {
 
 class KeyValidityTest : public testsupport::CapturedHostLogTest {
 protected:
-    TempDir _Dir;
+    TempDir m_Dir;
 };
 
 TEST_F(KeyValidityTest, UrlOnTheThirdLineIsInvalid) {
-    WriteFile(_Dir.File("key.asc"),
+    WriteFile(m_Dir.File("key.asc"),
               "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\n<a href=\"http://keys.invalid/\">\n");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("key.asc")), 1);
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("key.asc")), 1);
     EXPECT_EQ(HostLog::Lines(), (Lines{"_signing_is_valid_key: public key contains incorrect value"}));
 }
 
 TEST_F(KeyValidityTest, MarkerInCapitalLettersIsValid) {
-    WriteFile(_Dir.File("key.asc"), "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\nHTTP://keys.invalid/\n");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("key.asc")), 0);
+    WriteFile(m_Dir.File("key.asc"), "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\nHTTP://keys.invalid/\n");
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("key.asc")), 0);
     EXPECT_TRUE(HostLog::Lines().empty());
 }
 
 TEST_F(KeyValidityTest, OnlyThePlainHttpMarkerCounts) {
-    WriteFile(_Dir.File("https.asc"), "see https://keys.invalid/\n");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("https.asc")), 0);
-    WriteFile(_Dir.File("inside.asc"), "xhttp://y\r\n");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("inside.asc")), 1);
-    WriteFile(_Dir.File("last.asc"), "a\nb\nc\nd\nhttp://");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("last.asc")), 1);
-    WriteFile(_Dir.File("split.asc"), "http:/\n/\n");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("split.asc")), 0);
+    WriteFile(m_Dir.File("https.asc"), "see https://keys.invalid/\n");
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("https.asc")), 0);
+    WriteFile(m_Dir.File("inside.asc"), "xhttp://y\r\n");
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("inside.asc")), 1);
+    WriteFile(m_Dir.File("last.asc"), "a\nb\nc\nd\nhttp://");
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("last.asc")), 1);
+    WriteFile(m_Dir.File("split.asc"), "http:/\n/\n");
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("split.asc")), 0);
 }
 
 TEST_F(KeyValidityTest, MissingFileIsInvalidWithoutALogLine) {
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("absent.asc")), 1);
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("absent.asc")), 1);
     EXPECT_EQ(_signing_is_valid_key(""), 1);
     EXPECT_TRUE(HostLog::Lines().empty());
 }
 
 TEST_F(KeyValidityTest, EmptyFileIsValid) {
-    WriteFile(_Dir.File("empty.asc"), "");
-    EXPECT_EQ(_signing_is_valid_key(_Dir.File("empty.asc")), 0);
+    WriteFile(m_Dir.File("empty.asc"), "");
+    EXPECT_EQ(_signing_is_valid_key(m_Dir.File("empty.asc")), 0);
     EXPECT_TRUE(HostLog::Lines().empty());
 }
 

@@ -170,17 +170,17 @@ class KeyFileBoundsRunTest : public testsupport::PluginSessionTest {};
 TEST_F(KeyFileBoundsRunTest, SixtyFourMebibytesOfLineFeedsAsTheUserKeyFallBackToTheLocalKey) {
     const std::string key = testsupport::Fixture("keys/rsa2048.asc");
     REQUIRE_FIXTURE(key);
-    const std::string feeds = WriteLineFeeds(_Work.File("feeds.asc"), 64UL * 1024 * 1024);
-    _Session.SetValue("signature", feeds);
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", key);
-    Product& product = _Session.Installation().AddProduct("product");
-    _Session.Installation().AddComponent(product, "rpm", "good", testsupport::Fixture("rpm"),
-                                         "signed-rsa2048-sha256.rpm");
+    const std::string feeds = WriteLineFeeds(m_Work.File("feeds.asc"), 64UL * 1024 * 1024);
+    m_Session.SetValue("signature", feeds);
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", key);
+    Product& product = m_Session.Installation().AddProduct("product");
+    m_Session.Installation().AddComponent(product, "rpm", "good", testsupport::Fixture("rpm"),
+                                          "signed-rsa2048-sha256.rpm");
 
     ChildOutcome outcome = RunInChild(
         [&] {
             HostLog::Clear();
-            const int returned = signing_validate_package_list(&_Session);
+            const int returned = signing_validate_package_list(&m_Session);
             return std::to_string(returned) + "\n" + Joined(HostLog::Lines());
         },
         60);

@@ -109,20 +109,20 @@ protected:
     void SetUp() override {
         REQUIRE_FIXTURE(Fixture("rpm/signed-rsa2048-sha256.rpm"));
         REQUIRE_FIXTURE(Fixture("keys/rsa2048.asc"));
-        _Package = Fixture("rpm/signed-rsa2048-sha256.rpm");
-        _Key = Fixture("keys/rsa2048.asc");
+        m_Package = Fixture("rpm/signed-rsa2048-sha256.rpm");
+        m_Key = Fixture("keys/rsa2048.asc");
     }
 
-    std::string _Package;
-    std::string _Key;
-    TempDir _Dir;
+    std::string m_Package;
+    std::string m_Key;
+    TempDir m_Dir;
 };
 
 // The one growth by design, measured on its own: each key load leaves one
 // certificate in the store.
 TEST_F(LeakCheck, CertificateStoreKeepsEachLoadedKey) {
     CertificateManager* store = CertificateManager::Acquire();
-    store->SetPgpPublicKeyFilePath(_Key);
+    store->SetPgpPublicKeyFilePath(m_Key);
     for (int load = 0; load < kWarmUp; ++load) {
         store->LoadPgpPublicKey();
     }
@@ -141,65 +141,65 @@ TEST_F(LeakCheck, CertificateStoreKeepsEachLoadedKey) {
 }
 
 TEST_F(LeakCheck, ValidPackage) {
-    VerifyMany(_Package, _Key, RPM_SIGNED, "valid package", 2);
+    VerifyMany(m_Package, m_Key, RPM_SIGNED, "valid package", 2);
 }
 
 TEST_F(LeakCheck, TamperedPayload) {
     REQUIRE_FIXTURE(Fixture("rpm/tampered-payload.rpm"));
-    VerifyMany(Fixture("rpm/tampered-payload.rpm"), _Key, RPM_INVALID_HASH, "tampered payload");
+    VerifyMany(Fixture("rpm/tampered-payload.rpm"), m_Key, RPM_INVALID_HASH, "tampered payload");
 }
 
 TEST_F(LeakCheck, SignedWithAnotherKey) {
     REQUIRE_FIXTURE(Fixture("rpm/signed-other2048-sha256.rpm"));
-    VerifyMany(Fixture("rpm/signed-other2048-sha256.rpm"), _Key, RPM_INVALID_SIGNATURE,
+    VerifyMany(Fixture("rpm/signed-other2048-sha256.rpm"), m_Key, RPM_INVALID_SIGNATURE,
                "signed with another key", 1);
 }
 
 // The header-and-payload signature is broken after the header-only one has
 // been built, so the signature container is given up half made.
 TEST_F(LeakCheck, MalformedPayloadSignature) {
-    std::string package = ReadFile(_Package);
+    std::string package = ReadFile(m_Package);
     const testsupport::PackageLayout layout(package);
     const size_t blob = layout.DataOf(package, 1002).first;
     ASSERT_LT(layout.DataOf(package, 268).first, blob);
     package[blob] = '\xC2'; // a new-format packet header
-    const std::string path = _Dir.File("malformed.rpm");
+    const std::string path = m_Dir.File("malformed.rpm");
     WriteFile(path, package);
-    VerifyMany(path, _Key, RPM_ERROR, "malformed payload signature");
+    VerifyMany(path, m_Key, RPM_ERROR, "malformed payload signature");
 }
 
 // Cut inside the main header: parsing ends while the digests are prepared.
 TEST_F(LeakCheck, TruncatedPackage) {
-    std::string package = ReadFile(_Package);
+    std::string package = ReadFile(m_Package);
     const size_t mainHeader = testsupport::PackageLayout(package).mainHeader;
-    const std::string path = _Dir.File("truncated.rpm");
+    const std::string path = m_Dir.File("truncated.rpm");
     WriteFile(path, package.substr(0, mainHeader + 100));
-    VerifyMany(path, _Key, RPM_ERROR, "truncated package");
+    VerifyMany(path, m_Key, RPM_ERROR, "truncated package");
 }
 
 // A key whose modulus claims more bytes than the key holds: the key message
 // is given up after its first packets were read.
 TEST_F(LeakCheck, MalformedKey) {
-    const std::string armor = ReadFile(_Key);
+    const std::string armor = ReadFile(m_Key);
     // The first Base64 line begins "mQ" (0x99 0x01...); the modulus bit count
     // is at decoded offset 9, in characters 12-15 of the body.
     const size_t body = armor.find("\n\n") + 2;
     ASSERT_EQ("mQ", armor.substr(body, 2));
     std::string broken = armor;
     broken.replace(body + 12, 4, "////"); // bytes 9-11 become FF FF FF
-    const std::string path = _Dir.File("broken.asc");
+    const std::string path = m_Dir.File("broken.asc");
     WriteFile(path, broken);
-    VerifyMany(_Package, path, RPM_ERROR, "malformed key");
+    VerifyMany(m_Package, path, RPM_ERROR, "malformed key");
 }
 
 TEST_F(LeakCheck, NotAPackage) {
     REQUIRE_FIXTURE(Fixture("rpm/notapackage.rpm"));
-    VerifyMany(Fixture("rpm/notapackage.rpm"), _Key, RPM_ERROR, "not a package");
+    VerifyMany(Fixture("rpm/notapackage.rpm"), m_Key, RPM_ERROR, "not a package");
 }
 
 TEST_F(LeakCheck, MissingFiles) {
-    VerifyMany(_Dir.File("no-such.rpm"), _Key, RPM_ERROR, "missing package");
-    VerifyMany(_Package, _Dir.File("no-such.asc"), RPM_ERROR, "missing key");
+    VerifyMany(m_Dir.File("no-such.rpm"), m_Key, RPM_ERROR, "missing package");
+    VerifyMany(m_Package, m_Dir.File("no-such.asc"), RPM_ERROR, "missing key");
 }
 
 } // namespace

@@ -59,11 +59,11 @@ std::string NotAvailableLine(const std::string& name) {
 
 class PackageListValidationTest : public testsupport::PluginSessionTest {
 protected:
-    PackageListValidationTest() : _Path("PATH") {
+    PackageListValidationTest() : m_Path("PATH") {
         // Package folders are host operands: "${PACKAGES}" expands to the
         // fixture packages.
-        _Session.SetValue("PACKAGES", Fixture("rpm"));
-        _Session.SetValue("KEYS", Fixture("keys"));
+        m_Session.SetValue("PACKAGES", Fixture("rpm"));
+        m_Session.SetValue("KEYS", Fixture("keys"));
     }
     void SetUp() override {
         REQUIRE_FIXTURE(Key());
@@ -73,42 +73,42 @@ protected:
     static std::string Key(const std::string& name = "rsa2048") { return Fixture("keys/" + name + ".asc"); }
     static std::string Package(const std::string& file) { return Fixture("rpm/" + file); }
 
-    void UseUserKey(const std::string& path) { _Session.SetValue("signature", path); }
+    void UseUserKey(const std::string& path) { m_Session.SetValue("signature", path); }
 
     // A PATH on which the shell finds neither `which` nor a download tool,
     // so that the download gives up without a command.
     void NoToolsOnPath() {
-        std::string empty = _Work.File("no-tools");
+        std::string empty = m_Work.File("no-tools");
         mkdir(empty.c_str(), 0755);
-        _Path.Set(empty);
+        m_Path.Set(empty);
     }
 
-    Product& AddProduct(const std::string& name) { return _Session.Installation().AddProduct(name); }
+    Product& AddProduct(const std::string& name) { return m_Session.Installation().AddProduct(name); }
 
     Component& AddPackage(Product& product, const std::string& name, const std::string& file,
                           const std::string& type = "rpm") {
-        return _Session.Installation().AddComponent(product, type, name, "${PACKAGES}", file);
+        return m_Session.Installation().AddComponent(product, type, name, "${PACKAGES}", file);
     }
 
-    int Validate() { return signing_validate_package_list(&_Session); }
+    int Validate() { return signing_validate_package_list(&m_Session); }
     static Lines Log() { return HostLog::Lines(); }
 
     // A key file whose third line holds the URL marker.
     std::string KeyWithUrlLine(const std::string& name) {
-        std::string path = _Work.File(name);
+        std::string path = m_Work.File(name);
         WriteFile(path, "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\nsee http://keys.example/ for the key\n"
                         "-----END PGP PUBLIC KEY BLOCK-----\n");
         return path;
     }
 
     void ExpectPrerequisitesUntouched() {
-        EXPECT_TRUE(_Session.Writes("SIGNIFICANCE").empty());
-        EXPECT_TRUE(_Session.Writes("SHORT_DESC").empty());
-        EXPECT_TRUE(_Session.Writes("FULL_DESC").empty());
+        EXPECT_TRUE(m_Session.Writes("SIGNIFICANCE").empty());
+        EXPECT_TRUE(m_Session.Writes("SHORT_DESC").empty());
+        EXPECT_TRUE(m_Session.Writes("FULL_DESC").empty());
     }
 
-    testsupport::EnvironmentVariableGuard _Path;
-    testsupport::NoHttpProxy _NoProxy;
+    testsupport::EnvironmentVariableGuard m_Path;
+    testsupport::NoHttpProxy m_NoProxy;
 };
 
 } // namespace
@@ -117,20 +117,20 @@ protected:
 
 TEST_F(PackageListValidationTest, NoProductsReturnsZeroWithoutTouchingPrerequisites) {
     UseUserKey(Key());
-    _Session.SetValue("SIGNIFICANCE", ";1");
-    _Session.SetValue("SHORT_DESC", ";earlier_short");
-    _Session.SetValue("FULL_DESC", ";earlier_full");
+    m_Session.SetValue("SIGNIFICANCE", ";1");
+    m_Session.SetValue("SHORT_DESC", ";earlier_short");
+    m_Session.SetValue("FULL_DESC", ";earlier_full");
 
     EXPECT_EQ(Validate(), 0);
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), kFinished}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
-    EXPECT_EQ(_Session.Value("operation_progress"), "0");
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0"}));
+    EXPECT_EQ(m_Session.Value("operation_progress"), "0");
     ExpectPrerequisitesUntouched();
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), ";earlier_short");
-    EXPECT_EQ(_Session.Value("FULL_DESC"), ";earlier_full");
-    EXPECT_TRUE(_Session.Writes("signature").empty());
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";1");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), ";earlier_short");
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), ";earlier_full");
+    EXPECT_TRUE(m_Session.Writes("signature").empty());
 }
 
 TEST_F(PackageListValidationTest, ProductsWithoutComponentsReturnZeroAndLeaveProgressAtZero) {
@@ -141,9 +141,9 @@ TEST_F(PackageListValidationTest, ProductsWithoutComponentsReturnZeroAndLeavePro
     EXPECT_EQ(Validate(), 0);
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), kFinished}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0"}));
     ExpectPrerequisitesUntouched();
-    EXPECT_FALSE(_Session.HasValue("SIGNIFICANCE"));
+    EXPECT_FALSE(m_Session.HasValue("SIGNIFICANCE"));
 }
 
 // ---------------------------------------------------------------- progress
@@ -157,7 +157,7 @@ TEST_F(PackageListValidationTest, ThreeSignedComponentsReportProgressThirtyThree
 
     EXPECT_EQ(Validate(), 0);
 
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "33", "66", "100"}));
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0", "33", "66", "100"}));
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), SignedLine(Package("signed-rsa2048-sha1.rpm")),
                             SignedLine(Package("signed-rsa2048-sha256.rpm")),
                             SignedLine(Package("signed-rsa2048-sha512.rpm")), kFinished}));
@@ -179,7 +179,8 @@ TEST_F(PackageListValidationTest, ProgressCountsComponentsOverAllProductsWithTru
     EXPECT_EQ(Validate(), 0);
 
     // 100 * k / 7 for k = 1..7, truncated.
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "14", "28", "42", "57", "71", "85", "100"}));
+    EXPECT_EQ(m_Session.Writes("operation_progress"),
+              (Lines{"0", "14", "28", "42", "57", "71", "85", "100"}));
     Lines expected{kStarted, UserKeyLine(Key())};
     for (const char* name : {"a0", "a1", "a2", "a3", "b0", "b1", "b2"}) {
         expected.push_back(NotAvailableLine(name));
@@ -201,15 +202,15 @@ TEST_F(PackageListValidationTest, SignedPackageLogsItsPathAndMessage) {
                             "_signing_validate_file: signing validation result 0 (0 is success) for " + path +
                                 " package [" + path + " is signed.]",
                             kFinished}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "100"}));
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0", "100"}));
     ExpectPrerequisitesUntouched();
 }
 
 TEST_F(PackageListValidationTest, PackagePathIsTheExpandedFolderSlashFileName) {
     UseUserKey(Key());
-    _Session.SetValue("ROOT", Fixture(""));
+    m_Session.SetValue("ROOT", Fixture(""));
     Product& product = AddProduct("product");
-    _Session.Installation().AddComponent(product, "rpm", "nested", "${ROOT}rpm", "signed-rsa2048-sha1.rpm");
+    m_Session.Installation().AddComponent(product, "rpm", "nested", "${ROOT}rpm", "signed-rsa2048-sha1.rpm");
 
     EXPECT_EQ(Validate(), 0);
 
@@ -223,7 +224,7 @@ TEST_F(PackageListValidationTest, MissingRpmFileIsNotAvailableAndNoFailure) {
     EXPECT_EQ(Validate(), 0);
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), NotAvailableLine("ghost"), kFinished}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "100"}));
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0", "100"}));
     ExpectPrerequisitesUntouched();
 }
 
@@ -235,7 +236,7 @@ TEST_F(PackageListValidationTest, ComponentOfAnotherTypeIsNotAvailableEvenWhenIt
     AddPackage(product, "debian", "tampered-payload.rpm", "deb");
     AddPackage(product, "capital", "notapackage.rpm", "RPM");
     Component& later = AddPackage(product, "retyped", "unsigned.rpm", "rpm");
-    _Session.Installation().SetComponentType(later, "msi");
+    m_Session.Installation().SetComponentType(later, "msi");
 
     EXPECT_EQ(Validate(), 0);
 
@@ -247,7 +248,7 @@ TEST_F(PackageListValidationTest, ComponentOfAnotherTypeIsNotAvailableEvenWhenIt
 TEST_F(PackageListValidationTest, ComponentRetypedToRpmIsVerified) {
     UseUserKey(Key());
     Component& component = AddPackage(AddProduct("product"), "later", "signed-rsa2048-sha256.rpm", "tar");
-    _Session.Installation().SetComponentType(component, "rpm");
+    m_Session.Installation().SetComponentType(component, "rpm");
 
     EXPECT_EQ(Validate(), 0);
 
@@ -272,17 +273,17 @@ TEST_F(PackageListValidationTest, OneTamperedPackageAmongSeveralIsOneErrorEntry)
                             ResultLine(3, tampered, tampered + " has invalid hash."),
                             NotAvailableLine("missing"), SignedLine(Package("signed-rsa2048-sha512.rpm")),
                             "signing_validate_package_list: ;1", kFinished}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0", "25", "50", "75", "100"}));
-    EXPECT_EQ(_Session.Writes("SIGNIFICANCE"), (Lines{";1"}));
-    EXPECT_EQ(_Session.Writes("SHORT_DESC"), (Lines{kErrShort}));
-    EXPECT_EQ(_Session.Writes("FULL_DESC"), (Lines{kErrFull}));
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0", "25", "50", "75", "100"}));
+    EXPECT_EQ(m_Session.Writes("SIGNIFICANCE"), (Lines{";1"}));
+    EXPECT_EQ(m_Session.Writes("SHORT_DESC"), (Lines{kErrShort}));
+    EXPECT_EQ(m_Session.Writes("FULL_DESC"), (Lines{kErrFull}));
 }
 
 TEST_F(PackageListValidationTest, EveryFailureStatusSetsTheFlagButTheErrorIsRecordedOnce) {
     UseUserKey(Key());
-    _Session.SetValue("SIGNIFICANCE", ";0");
-    _Session.SetValue("SHORT_DESC", kDownloadShort);
-    _Session.SetValue("FULL_DESC", kDownloadFull);
+    m_Session.SetValue("SIGNIFICANCE", ";0");
+    m_Session.SetValue("SHORT_DESC", kDownloadShort);
+    m_Session.SetValue("FULL_DESC", kDownloadFull);
     Product& product = AddProduct("product");
     AddPackage(product, "other-key", "signed-other2048-sha256.rpm");
     AddPackage(product, "header", "tampered-header.rpm");
@@ -303,10 +304,10 @@ TEST_F(PackageListValidationTest, EveryFailureStatusSetsTheFlagButTheErrorIsReco
                      ResultLine(5, text, text + " is not an RPM file."),
                      ResultLine(5, Package("headeronly-rsa2048-sha256.rpm"), "Unknown error"),
                      "signing_validate_package_list: ;0;1", kFinished}));
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0;1");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), std::string(kDownloadShort) + kErrShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), std::string(kDownloadFull) + kErrFull);
-    EXPECT_EQ(_Session.Writes("SIGNIFICANCE").size(), 1u);
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";0;1");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), std::string(kDownloadShort) + kErrShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), std::string(kDownloadFull) + kErrFull);
+    EXPECT_EQ(m_Session.Writes("SIGNIFICANCE").size(), 1u);
 }
 
 TEST_F(PackageListValidationTest, PackagesOfAnotherSignerFailAgainstTheGivenKey) {
@@ -331,7 +332,7 @@ TEST_F(PackageListValidationTest, AHostFailureEndsTheWalkAsAFailureWithTheValues
     // throws. Nothing leaves the C entry point: the run ends as a failure
     // and the error entries are still written.
     TSD foreign;
-    _Session.tsd = &foreign;
+    m_Session.tsd = &foreign;
 
     EXPECT_EQ(Validate(), 1);
 
@@ -339,24 +340,24 @@ TEST_F(PackageListValidationTest, AHostFailureEndsTheWalkAsAFailureWithTheValues
                             "signing_validate_package_list: validation ended early: TSD::products: the "
                             "installation data was not created by the host",
                             "signing_validate_package_list: ;1", kFinished}));
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), kErrShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), kErrFull);
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0"}));
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";1");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), kErrShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), kErrFull);
 }
 
 // --------------------------------------------------------- key fallback
 
 TEST_F(PackageListValidationTest, WithoutDownloadToolsTheLocalKeyIsUsed) {
     NoToolsOnPath();
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
 
     EXPECT_EQ(Validate(), 0);
 
     EXPECT_EQ(Log(), (Lines{kStarted, kDownloadingLine, RequestLine("?id="), UserKeyLine(Key()),
                             SignedLine(Package("signed-rsa2048-sha256.rpm")), kFinished}));
-    EXPECT_EQ(_Session.Writes("signature"), (Lines{Key()}));
+    EXPECT_EQ(m_Session.Writes("signature"), (Lines{Key()}));
     ExpectPrerequisitesUntouched();
 }
 
@@ -364,17 +365,17 @@ TEST_F(PackageListValidationTest, RefusedDownloadFallsBackToTheLocalKey) {
     ASSERT_EQ(testsupport::Run("which wget").exitCode, 0) << "wget must be installed";
     // Nothing listens on the port: every download is refused at once.
     const std::string url = "http://127.0.0.1:" + std::to_string(testsupport::FreeLoopbackPort()) + "/key";
-    _Session.SetValue("signing_url", url);
-    _Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/unused");
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
-    std::string token = _Session.AddNestedEnvironment(Environment{{"VokUpdateId", "UPD-1"}});
-    Product& product = _Session.Installation().AddProduct("product", Environment{{"phonehome", token}});
+    m_Session.SetValue("signing_url", url);
+    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/unused");
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    std::string token = m_Session.AddNestedEnvironment(Environment{{"VokUpdateId", "UPD-1"}});
+    Product& product = m_Session.Installation().AddProduct("product", Environment{{"phonehome", token}});
     AddPackage(product, "good", "signed-rsa2048-sha256.rpm");
 
     EXPECT_EQ(Validate(), 0);
 
     const std::string request = url + "?id=UPD-1";
-    const std::string command = WgetCommand(request, _Temp + "/PUBLIC_KEY.PUB");
+    const std::string command = WgetCommand(request, m_Temp + "/PUBLIC_KEY.PUB");
     Lines expected{kStarted, kDownloadingLine, RequestLine(request), CommandValueLine(command)};
     for (const char* protocol : kWgetProtocols) {
         AppendAttempt(expected, command, protocol);
@@ -385,12 +386,12 @@ TEST_F(PackageListValidationTest, RefusedDownloadFallsBackToTheLocalKey) {
     expected.push_back(SignedLine(Package("signed-rsa2048-sha256.rpm")));
     expected.push_back(kFinished);
     EXPECT_EQ(Log(), expected);
-    EXPECT_EQ(_Session.Value("signature"), Key());
+    EXPECT_EQ(m_Session.Value("signature"), Key());
 }
 
 TEST_F(PackageListValidationTest, SignatureStaysSetAfterTheFallbackSoTheNextCallUsesItAtOnce) {
     NoToolsOnPath();
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha1.rpm");
     ASSERT_EQ(Validate(), 0);
     HostLog::Clear();
@@ -399,7 +400,7 @@ TEST_F(PackageListValidationTest, SignatureStaysSetAfterTheFallbackSoTheNextCall
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(Key()), SignedLine(Package("signed-rsa2048-sha1.rpm")),
                             kFinished}));
-    EXPECT_EQ(_Session.Writes("signature"), (Lines{Key()}));
+    EXPECT_EQ(m_Session.Writes("signature"), (Lines{Key()}));
 }
 
 TEST_F(PackageListValidationTest, KeyThatCannotBeLocatedIsADownloadWarning) {
@@ -410,39 +411,39 @@ TEST_F(PackageListValidationTest, KeyThatCannotBeLocatedIsADownloadWarning) {
 
     EXPECT_EQ(Log(), (Lines{kStarted, kDownloadingLine, RequestLine("?id="), kDownloadingLine,
                             RequestLine("?id="), kNoKeyLocation, std::string(kWarningLine) + ";0"}));
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), kDownloadShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), kDownloadFull);
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";0");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), kDownloadShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), kDownloadFull);
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0"}));
     // The empty local key was handed to the second lookup.
-    EXPECT_EQ(_Session.Writes("signature"), (Lines{""}));
+    EXPECT_EQ(m_Session.Writes("signature"), (Lines{""}));
 }
 
 TEST_F(PackageListValidationTest, DownloadWarningIsAppendedToEarlierEntries) {
     NoToolsOnPath();
-    _Session.SetValue("SIGNIFICANCE", ";1");
-    _Session.SetValue("SHORT_DESC", ";first_short");
-    _Session.SetValue("FULL_DESC", ";first_full");
+    m_Session.SetValue("SIGNIFICANCE", ";1");
+    m_Session.SetValue("SHORT_DESC", ";first_short");
+    m_Session.SetValue("FULL_DESC", ";first_full");
 
     EXPECT_EQ(Validate(), 1);
 
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";1;0");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), std::string(";first_short") + kDownloadShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), std::string(";first_full") + kDownloadFull);
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";1;0");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), std::string(";first_short") + kDownloadShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), std::string(";first_full") + kDownloadFull);
     EXPECT_EQ(Log().back(), std::string(kWarningLine) + ";1;0");
 }
 
 TEST_F(PackageListValidationTest, UserKeyWithAUrlLineFallsBackToAValidLocalKey) {
     const std::string bad = KeyWithUrlLine("bad.asc");
     UseUserKey(bad);
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${KEYS}/rsa2048.asc");
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
 
     EXPECT_EQ(Validate(), 0);
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(bad), kIncorrectKey, UserKeyLine(Key()),
                             SignedLine(Package("signed-rsa2048-sha256.rpm")), kFinished}));
-    EXPECT_EQ(_Session.Value("signature"), Key());
+    EXPECT_EQ(m_Session.Value("signature"), Key());
     ExpectPrerequisitesUntouched();
 }
 
@@ -450,35 +451,35 @@ TEST_F(PackageListValidationTest, UserAndLocalKeysWithUrlLinesAreAValidateWarnin
     const std::string bad = KeyWithUrlLine("bad.asc");
     const std::string alsoBad = KeyWithUrlLine("also-bad.asc");
     UseUserKey(bad);
-    _Session.SetValue("WORK", _Work.Path());
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${WORK}/also-bad.asc");
+    m_Session.SetValue("WORK", m_Work.Path());
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", "${WORK}/also-bad.asc");
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
 
     EXPECT_EQ(Validate(), 1);
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(bad), kIncorrectKey, UserKeyLine(alsoBad), kIncorrectKey,
                             kKeyNotValid, std::string(kWarningLine) + ";0"}));
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), kValidateShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), kValidateFull);
-    EXPECT_EQ(_Session.Writes("operation_progress"), (Lines{"0"}));
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";0");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), kValidateShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), kValidateFull);
+    EXPECT_EQ(m_Session.Writes("operation_progress"), (Lines{"0"}));
 }
 
 TEST_F(PackageListValidationTest, MissingKeyFilesAreInvalidWithoutALogLine) {
-    const std::string missing = _Work.File("missing.asc");
+    const std::string missing = m_Work.File("missing.asc");
     UseUserKey(missing);
-    _Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", missing);
+    m_Session.SetValue("SIGNING_LOCAL_PUBLIC_KEY", missing);
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
 
     EXPECT_EQ(Validate(), 1);
 
     EXPECT_EQ(Log(), (Lines{kStarted, UserKeyLine(missing), UserKeyLine(missing), kKeyNotValid,
                             std::string(kWarningLine) + ";0"}));
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), kValidateShort);
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), kValidateShort);
 }
 
 TEST_F(PackageListValidationTest, UrlMarkerInCapitalsDoesNotMakeTheKeyInvalid) {
-    const std::string key = _Work.File("capitals.asc");
+    const std::string key = m_Work.File("capitals.asc");
     WriteFile(key, testsupport::ReadFile(Key()) + "HTTP://keys.example/\n");
     UseUserKey(key);
     AddPackage(AddProduct("product"), "good", "signed-rsa2048-sha256.rpm");
@@ -492,33 +493,34 @@ TEST_F(PackageListValidationTest, UrlMarkerInCapitalsDoesNotMakeTheKeyInvalid) {
 // ------------------------------------------------------- warning records
 
 TEST_F(PackageListValidationTest, OptionalPrerequisiteStatusAppendsTheCategoryEntries) {
-    _Session.SetValue("SIGNIFICANCE", ";1");
-    _Session.SetValue("SHORT_DESC", ";a");
-    _Session.SetValue("FULL_DESC", ";b");
+    m_Session.SetValue("SIGNIFICANCE", ";1");
+    m_Session.SetValue("SHORT_DESC", ";a");
+    m_Session.SetValue("FULL_DESC", ";b");
 
-    _signing_set_optional_prerequisite_status(&_Session, 3);
-    _signing_set_optional_prerequisite_status(&_Session, 4);
-    _signing_set_optional_prerequisite_status(&_Session, 5);
+    _signing_set_optional_prerequisite_status(&m_Session, 3);
+    _signing_set_optional_prerequisite_status(&m_Session, 4);
+    _signing_set_optional_prerequisite_status(&m_Session, 5);
 
-    EXPECT_EQ(_Session.Writes("SIGNIFICANCE"), (Lines{";1;0", ";1;0;0", ";1;0;0;0"}));
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), std::string(";a") + kValidateShort + kDownloadShort + kFileShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), std::string(";b") + kValidateFull + kDownloadFull + kFileFull);
+    EXPECT_EQ(m_Session.Writes("SIGNIFICANCE"), (Lines{";1;0", ";1;0;0", ";1;0;0;0"}));
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"),
+              std::string(";a") + kValidateShort + kDownloadShort + kFileShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), std::string(";b") + kValidateFull + kDownloadFull + kFileFull);
     EXPECT_EQ(Log(), (Lines{std::string(kWarningLine) + ";1;0", std::string(kWarningLine) + ";1;0;0",
                             std::string(kWarningLine) + ";1;0;0;0"}));
 }
 
 TEST_F(PackageListValidationTest, OptionalPrerequisiteStatusStartsFromAnUnsetValue) {
-    _signing_set_optional_prerequisite_status(&_Session, 5);
+    _signing_set_optional_prerequisite_status(&m_Session, 5);
 
-    EXPECT_EQ(_Session.Value("SIGNIFICANCE"), ";0");
-    EXPECT_EQ(_Session.Value("SHORT_DESC"), kFileShort);
-    EXPECT_EQ(_Session.Value("FULL_DESC"), kFileFull);
+    EXPECT_EQ(m_Session.Value("SIGNIFICANCE"), ";0");
+    EXPECT_EQ(m_Session.Value("SHORT_DESC"), kFileShort);
+    EXPECT_EQ(m_Session.Value("FULL_DESC"), kFileFull);
 }
 
 TEST_F(PackageListValidationTest, UnknownCategoryThrowsBeforeWritingAnything) {
     for (int category : {-1, 0, 2, 6, 100}) {
         try {
-            _signing_set_optional_prerequisite_status(&_Session, category);
+            _signing_set_optional_prerequisite_status(&m_Session, category);
             ADD_FAILURE() << "no exception for category " << category;
         } catch (const ArgumentException& error) {
             EXPECT_EQ(std::string(error.what()),

@@ -287,11 +287,11 @@ TEST(RpmVerifyFixtures, StoreKeepsTheLatestKeyPathAndCountsAcquisitions) {
 class RpmVerifyFiles : public ::testing::Test {
 protected:
     std::string Write(const Bytes& content, const std::string& name = "package.rpm") {
-        const std::string path = _Folder.File(name);
+        const std::string path = m_Folder.File(name);
         testsupport::WriteBytes(path, content);
         return path;
     }
-    testsupport::TempDir _Folder;
+    testsupport::TempDir m_Folder;
 };
 
 TEST_F(RpmVerifyFiles, ShortFilesAreNotRpmFiles) {
@@ -365,7 +365,7 @@ TEST_F(RpmVerifyFiles, DamagedSignatureHeaders) {
     ASSERT_TRUE(fixtures::ParseRpmRegions(full, regions));
     const size_t storeStart = 112 + 16 * size_t(regions.signatureIndexCount);
     std::map<int, int> statuses;
-    const std::string path = _Folder.File("damaged.rpm");
+    const std::string path = m_Folder.File("damaged.rpm");
     for (size_t at = 76; at < regions.mainHeader + 32; ++at) {
         const bool inStore = at >= storeStart && at < regions.mainHeader;
         if (inStore && (at - storeStart) % 5 != 0) {
@@ -441,33 +441,33 @@ class RpmVerifyRealComparisons : public ::testing::Test {
 protected:
     void SetUp() override {
         REQUIRE_FIXTURE(fixtures::Package("signed-rsa2048-sha256.rpm"));
-        _Package = testsupport::ReadFile(fixtures::Package("signed-rsa2048-sha256.rpm"));
+        m_Package = testsupport::ReadFile(fixtures::Package("signed-rsa2048-sha256.rpm"));
         ASSERT_EQ(RPM_SIGNED, Verify(fixtures::Package("signed-rsa2048-sha256.rpm"), Key("rsa2048")).status);
     }
 
     // Writes the bytes and verifies them with the package's own key.
     Result VerifyBytes(const std::string& bytes, const std::string& name) {
-        _Path = _Dir.File(name);
-        testsupport::WriteFile(_Path, bytes);
-        return Verify(_Path, Key("rsa2048"));
+        m_Path = m_Dir.File(name);
+        testsupport::WriteFile(m_Path, bytes);
+        return Verify(m_Path, Key("rsa2048"));
     }
 
-    std::string _Package;
-    std::string _Path;
-    testsupport::TempDir _Dir;
+    std::string m_Package;
+    std::string m_Path;
+    testsupport::TempDir m_Dir;
 };
 
 TEST_F(RpmVerifyRealComparisons, Sha1TextWithItsLastDigitOrItsCaseChanged) {
-    const testsupport::PackageLayout layout(_Package);
-    const std::pair<size_t, size_t> text = layout.DataOf(_Package, 269, 41);
-    ASSERT_EQ('\0', _Package[text.first + 40]);
-    std::string lastDigit = _Package;
+    const testsupport::PackageLayout layout(m_Package);
+    const std::pair<size_t, size_t> text = layout.DataOf(m_Package, 269, 41);
+    ASSERT_EQ('\0', m_Package[text.first + 40]);
+    std::string lastDigit = m_Package;
     lastDigit[text.first + 39] = lastDigit[text.first + 39] == '0' ? '1' : '0';
     Result result = VerifyBytes(lastDigit, "sha1-last-digit.rpm");
     EXPECT_EQ(RPM_INVALID_HASH, result.status);
-    EXPECT_EQ(InvalidHash(_Path), result.message);
+    EXPECT_EQ(InvalidHash(m_Path), result.message);
 
-    std::string upper = _Package;
+    std::string upper = m_Package;
     size_t letters = 0;
     for (size_t at = text.first; at < text.first + 40; ++at) {
         if (upper[at] >= 'a' && upper[at] <= 'f') {
@@ -478,69 +478,69 @@ TEST_F(RpmVerifyRealComparisons, Sha1TextWithItsLastDigitOrItsCaseChanged) {
     ASSERT_GT(letters, 0u);
     result = VerifyBytes(upper, "sha1-upper-case.rpm");
     EXPECT_EQ(RPM_INVALID_HASH, result.status);
-    EXPECT_EQ(InvalidHash(_Path), result.message);
+    EXPECT_EQ(InvalidHash(m_Path), result.message);
 }
 
 TEST_F(RpmVerifyRealComparisons, Md5WithItsLastByteChanged) {
-    const testsupport::PackageLayout layout(_Package);
-    std::string changed = _Package;
-    changed[layout.DataOf(_Package, 1004, 16).second - 1] ^= 0x01;
+    const testsupport::PackageLayout layout(m_Package);
+    std::string changed = m_Package;
+    changed[layout.DataOf(m_Package, 1004, 16).second - 1] ^= 0x01;
     const Result result = VerifyBytes(changed, "md5-last-byte.rpm");
     EXPECT_EQ(RPM_INVALID_HASH, result.status);
-    EXPECT_EQ(InvalidHash(_Path), result.message);
+    EXPECT_EQ(InvalidHash(m_Path), result.message);
 }
 
 TEST_F(RpmVerifyRealComparisons, HeaderOnlySignatureInThePlaceOfThePayloadSignature) {
     // The header-only signature (tag 268) is valid, but over the header
     // alone; as the header-and-payload signature (tag 1002) it must fail.
-    const testsupport::PackageLayout layout(_Package);
-    const std::pair<size_t, size_t> header = layout.DataOf(_Package, 268);
-    const std::pair<size_t, size_t> payload = layout.DataOf(_Package, 1002);
+    const testsupport::PackageLayout layout(m_Package);
+    const std::pair<size_t, size_t> header = layout.DataOf(m_Package, 268);
+    const std::pair<size_t, size_t> payload = layout.DataOf(m_Package, 1002);
     ASSERT_EQ(header.second - header.first, payload.second - payload.first);
-    ASSERT_NE(_Package.substr(header.first, header.second - header.first),
-              _Package.substr(payload.first, payload.second - payload.first));
-    std::string changed = _Package;
+    ASSERT_NE(m_Package.substr(header.first, header.second - header.first),
+              m_Package.substr(payload.first, payload.second - payload.first));
+    std::string changed = m_Package;
     changed.replace(payload.first, payload.second - payload.first,
-                    _Package.substr(header.first, header.second - header.first));
+                    m_Package.substr(header.first, header.second - header.first));
     const Result result = VerifyBytes(changed, "header-signature-twice.rpm");
     EXPECT_EQ(RPM_INVALID_SIGNATURE, result.status);
-    EXPECT_EQ(InvalidSignature(_Path), result.message);
+    EXPECT_EQ(InvalidSignature(m_Path), result.message);
 }
 
 TEST_F(RpmVerifyRealComparisons, IssuerKeyIdWithItsFirstOrLastByteChanged) {
     // The issuer subpacket (unhashed, not covered by the signature) of both
     // signatures names the key; a key ID that differs in one byte is another
     // key's, whichever byte it is.
-    const testsupport::PackageLayout layout(_Package);
+    const testsupport::PackageLayout layout(m_Package);
     const std::string keyId = testsupport::ReadFile(testsupport::Fixture("keys/rsa2048.keyid")).substr(0, 16);
     std::string issuer;
     for (size_t at = 0; at < 16; at += 2) {
         issuer += static_cast<char>(std::stoul(keyId.substr(at, 2), nullptr, 16));
     }
     for (size_t byte : {0, 7}) {
-        std::string changed = _Package;
+        std::string changed = m_Package;
         for (uint32_t tag : {268u, 1002u}) {
-            const std::pair<size_t, size_t> blob = layout.DataOf(_Package, tag);
-            const size_t at = _Package.find(issuer, blob.first);
+            const std::pair<size_t, size_t> blob = layout.DataOf(m_Package, tag);
+            const size_t at = m_Package.find(issuer, blob.first);
             ASSERT_LT(at + 8, blob.second) << tag;
             changed[at + byte] ^= 0x01;
         }
         const Result result = VerifyBytes(changed, "issuer-byte-" + std::to_string(byte) + ".rpm");
         EXPECT_EQ(RPM_INVALID_SIGNATURE, result.status) << byte;
-        EXPECT_EQ(InvalidSignature(_Path), result.message) << byte;
+        EXPECT_EQ(InvalidSignature(m_Path), result.message) << byte;
     }
 }
 
 TEST_F(RpmVerifyRealComparisons, SignatureHeaderOf255EntriesButNot256) {
     // Entries of an unread tag added after the package's own: the signature
     // header is not signed, so 255 entries keep the package signed.
-    const testsupport::PackageLayout layout(_Package);
+    const testsupport::PackageLayout layout(m_Package);
     auto withEntries = [&](uint32_t total) {
         const uint32_t added = total - layout.signatureCount;
         std::string index =
-            _Package.substr(testsupport::PackageLayout::kSignatureIndex,
-                            layout.signatureStore - testsupport::PackageLayout::kSignatureIndex);
-        std::string store = _Package.substr(layout.signatureStore, layout.signatureDataSize);
+            m_Package.substr(testsupport::PackageLayout::kSignatureIndex,
+                             layout.signatureStore - testsupport::PackageLayout::kSignatureIndex);
+        std::string store = m_Package.substr(layout.signatureStore, layout.signatureDataSize);
         for (uint32_t i = 0; i < added; ++i) {
             std::string entry(16, '\0');
             testsupport::PutBe32(entry, 0, 5000 + i);
@@ -550,20 +550,20 @@ TEST_F(RpmVerifyRealComparisons, SignatureHeaderOf255EntriesButNot256) {
             index += entry;
             store += std::string(4, '\0');
         }
-        std::string package = _Package.substr(0, testsupport::PackageLayout::kSignatureIndex);
+        std::string package = m_Package.substr(0, testsupport::PackageLayout::kSignatureIndex);
         testsupport::PutBe32(package, 104, total);
         testsupport::PutBe32(package, 108, static_cast<uint32_t>(store.size()));
         package += index + store;
         package.resize((package.size() + 7) / 8 * 8, '\0');
-        return package + _Package.substr(layout.mainHeader);
+        return package + m_Package.substr(layout.mainHeader);
     };
     ASSERT_LT(layout.signatureCount, 255u);
     Result result = VerifyBytes(withEntries(255), "entries-255.rpm");
     EXPECT_EQ(RPM_SIGNED, result.status) << result.message;
-    EXPECT_EQ(Signed(_Path), result.message);
+    EXPECT_EQ(Signed(m_Path), result.message);
     result = VerifyBytes(withEntries(256), "entries-256.rpm");
     EXPECT_EQ(RPM_ERROR, result.status);
-    EXPECT_EQ(Internal(_Path), result.message);
+    EXPECT_EQ(Internal(m_Path), result.message);
 }
 
 // -------------------------------------------------- rpm's own packages

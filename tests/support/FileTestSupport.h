@@ -45,31 +45,31 @@ inline std::string RealPath(const std::string& path) {
 // Sets the process's umask for the lifetime of the object.
 class UmaskScope {
 public:
-    explicit UmaskScope(mode_t mask) : _Old(umask(mask)) {}
-    ~UmaskScope() { umask(_Old); }
+    explicit UmaskScope(mode_t mask) : m_Old(umask(mask)) {}
+    ~UmaskScope() { umask(m_Old); }
     UmaskScope(const UmaskScope&) = delete;
     UmaskScope& operator=(const UmaskScope&) = delete;
 
 private:
-    mode_t _Old;
+    mode_t m_Old;
 };
 
 // Changes the working directory for the lifetime of the object.
 class WorkingDirectoryScope {
 public:
-    explicit WorkingDirectoryScope(const std::string& path) : _Old(RealPath(".")) {
+    explicit WorkingDirectoryScope(const std::string& path) : m_Old(RealPath(".")) {
         EXPECT_EQ(chdir(path.c_str()), 0);
     }
     ~WorkingDirectoryScope() {
-        if (chdir(_Old.c_str()) != 0) {
-            ADD_FAILURE() << "cannot return to " << _Old;
+        if (chdir(m_Old.c_str()) != 0) {
+            ADD_FAILURE() << "cannot return to " << m_Old;
         }
     }
     WorkingDirectoryScope(const WorkingDirectoryScope&) = delete;
     WorkingDirectoryScope& operator=(const WorkingDirectoryScope&) = delete;
 
 private:
-    std::string _Old;
+    std::string m_Old;
 };
 
 } // namespace filetest

@@ -96,12 +96,12 @@ protected:
     // folder; environment is a prefix of NAME=value assignments for `env`.
     HostResult Host(const std::vector<std::string>& arguments,
                     const std::string& environment = std::string()) {
-        std::string command = "cd " + ShellQuote(_Work.Path()) + " && env -u http_proxy -u HTTP_PROXY " +
+        std::string command = "cd " + ShellQuote(m_Work.Path()) + " && env -u http_proxy -u HTTP_PROXY " +
                               environment + " " + ShellQuote(kHost);
         for (const std::string& argument : arguments) {
             command += " " + ShellQuote(argument);
         }
-        std::string errFile = _Work.File("stderr.txt");
+        std::string errFile = m_Work.File("stderr.txt");
         testsupport::CommandResult result = testsupport::Run(command + " 2>" + ShellQuote(errFile));
         HostResult host;
         host.exitCode = result.exitCode;
@@ -111,7 +111,7 @@ protected:
     }
 
     std::string WriteManifest(const json& manifest, const std::string& name = "manifest.json") {
-        std::string path = _Work.File(name);
+        std::string path = m_Work.File(name);
         WriteFile(path, manifest.dump(2));
         return path;
     }
@@ -125,7 +125,7 @@ protected:
     json Manifest(const json& components, const json& session = json::object()) {
         json manifestSession = session;
         if (!manifestSession.contains("TEMP_FOLDER")) {
-            std::string temp = _Work.File("temp");
+            std::string temp = m_Work.File("temp");
             mkdir(temp.c_str(), 0755);
             manifestSession["TEMP_FOLDER"] = temp;
         }
@@ -136,7 +136,7 @@ protected:
 
     // A PATH with links to just the named real tools.
     std::string ToolsOnly(std::initializer_list<const char*> tools) {
-        return testsupport::LinkTools(_Work.File("tools"), tools);
+        return testsupport::LinkTools(m_Work.File("tools"), tools);
     }
 
     // Three components, rsa2048's packages with each digest, checked with
@@ -149,13 +149,13 @@ protected:
     }
 
     std::string KeyWithUrlLine(const std::string& name) {
-        std::string path = _Work.File(name);
+        std::string path = m_Work.File(name);
         WriteFile(path, "-----BEGIN PGP PUBLIC KEY BLOCK-----\n\nmoved to http://keys.example/release.asc\n"
                         "-----END PGP PUBLIC KEY BLOCK-----\n");
         return path;
     }
 
-    TempDir _Work;
+    TempDir m_Work;
 };
 
 inline std::string PassLine(const std::string& component, const std::string& path) {

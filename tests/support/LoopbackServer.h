@@ -68,11 +68,11 @@ inline bool AcceptsConnections(int port) {
 // test and stopped when the object dies. Its request log goes to a file.
 class LoopbackHttpServer {
 public:
-    LoopbackHttpServer(const std::string& root, const std::string& logPath) : _LogPath(logPath) {
-        for (int attempt = 0; attempt < 5 && _Pid < 0; ++attempt) {
+    LoopbackHttpServer(const std::string& root, const std::string& logPath) : m_LogPath(logPath) {
+        for (int attempt = 0; attempt < 5 && m_Pid < 0; ++attempt) {
             Start(root, FreeLoopbackPort());
         }
-        if (_Pid < 0) {
+        if (m_Pid < 0) {
             throw std::runtime_error("the loopback HTTP server did not start");
         }
     }
@@ -81,9 +81,9 @@ public:
     LoopbackHttpServer& operator=(const LoopbackHttpServer&) = delete;
 
     std::string Url(const std::string& path) const {
-        return "http://127.0.0.1:" + std::to_string(_Port) + path;
+        return "http://127.0.0.1:" + std::to_string(m_Port) + path;
     }
-    std::string RequestLog() const { return ReadFile(_LogPath); }
+    std::string RequestLog() const { return ReadFile(m_LogPath); }
 
 private:
     void Start(const std::string& root, int port) {
@@ -101,7 +101,7 @@ private:
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, _LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        posix_spawn_file_actions_addopen(&actions, 1, m_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
         posix_spawn_file_actions_adddup2(&actions, 1, 2);
         pid_t pid = -1;
         int spawned = systemPython ? posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ)
@@ -117,8 +117,8 @@ private:
                 return; // it ended, most likely because the port was taken meanwhile
             }
             if (AcceptsConnections(port)) {
-                _Pid = pid;
-                _Port = port;
+                m_Pid = pid;
+                m_Port = port;
                 return;
             }
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -128,16 +128,16 @@ private:
     }
 
     void Stop() {
-        if (_Pid > 0) {
-            kill(_Pid, SIGTERM);
-            waitpid(_Pid, nullptr, 0);
-            _Pid = -1;
+        if (m_Pid > 0) {
+            kill(m_Pid, SIGTERM);
+            waitpid(m_Pid, nullptr, 0);
+            m_Pid = -1;
         }
     }
 
-    std::string _LogPath;
-    pid_t _Pid = -1;
-    int _Port = 0;
+    std::string m_LogPath;
+    pid_t m_Pid = -1;
+    int m_Port = 0;
 };
 
 // A key service on 127.0.0.1 that misbehaves, served by a thread of the

@@ -33,14 +33,14 @@ protected:
 class PluginSessionTest : public CapturedHostLogTest {
 protected:
     PluginSessionTest() {
-        _Temp = _Work.File("temp");
-        mkdir(_Temp.c_str(), 0755);
-        _Session.SetValue("TEMP_FOLDER", _Temp);
+        m_Temp = m_Work.File("temp");
+        mkdir(m_Temp.c_str(), 0755);
+        m_Session.SetValue("TEMP_FOLDER", m_Temp);
     }
 
-    TempDir _Work;
-    std::string _Temp;
-    host::HostSession _Session;
+    TempDir m_Work;
+    std::string m_Temp;
+    host::HostSession m_Session;
 };
 
 } // namespace testsupport

@@ -190,8 +190,8 @@ inline Bytes SignaturePacket(const SignatureSpec& spec, const unsigned char left
 class TestKey {
 public:
     explicit TestKey(unsigned int bits = 2048) {
-        _Key.reset(EVP_RSA_gen(bits));
-        if (!_Key) {
+        m_Key.reset(EVP_RSA_gen(bits));
+        if (!m_Key) {
             throw std::runtime_error("EVP_RSA_gen failed");
         }
     }
@@ -202,7 +202,7 @@ public:
     // PKCS #1 v1.5 signature over a digest value (DigestInfo of md).
     Bytes SignDigest(const EVP_MD* md, const Bytes& digest) const {
         std::unique_ptr<EVP_PKEY_CTX, decltype(&EVP_PKEY_CTX_free)> context(
-            EVP_PKEY_CTX_new(_Key.get(), nullptr), EVP_PKEY_CTX_free);
+            EVP_PKEY_CTX_new(m_Key.get(), nullptr), EVP_PKEY_CTX_free);
         size_t length = 0;
         if (!context || EVP_PKEY_sign_init(context.get()) != 1 ||
             EVP_PKEY_CTX_set_rsa_padding(context.get(), RSA_PKCS1_PADDING) != 1 ||
@@ -249,7 +249,7 @@ public:
 private:
     Bytes Number(const char* name) const {
         BIGNUM* number = nullptr;
-        if (EVP_PKEY_get_bn_param(_Key.get(), name, &number) != 1) {
+        if (EVP_PKEY_get_bn_param(m_Key.get(), name, &number) != 1) {
             throw std::runtime_error("EVP_PKEY_get_bn_param failed");
         }
         Bytes out(static_cast<size_t>(BN_num_bytes(number)));
@@ -261,7 +261,7 @@ private:
     struct KeyDeleter {
         void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
     };
-    std::unique_ptr<EVP_PKEY, KeyDeleter> _Key;
+    std::unique_ptr<EVP_PKEY, KeyDeleter> m_Key;
 };
 
 // A key made once per test program, with its binary key file (whose
@@ -272,16 +272,16 @@ public:
         static OwnKey key;
         return key;
     }
-    const TestKey& Key() const { return _Key; }
-    const Bytes& KeyId() const { return _KeyId; }
-    const std::string& KeyFile() const { return _KeyFile; }
+    const TestKey& Key() const { return m_Key; }
+    const Bytes& KeyId() const { return m_KeyId; }
+    const std::string& KeyFile() const { return m_KeyFile; }
 
     // A signature spec naming this key as issuer.
     SignatureSpec Spec(int version, unsigned char hash) const {
         SignatureSpec spec;
         spec.version = version;
         spec.hashAlgorithm = hash;
-        spec.issuer = _KeyId;
+        spec.issuer = m_KeyId;
         if (version == 3) {
             spec.hashed = {0x00, 0x61, 0x00, 0x00, 0x01};
         }
@@ -289,14 +289,14 @@ public:
     }
 
 private:
-    OwnKey() : _KeyId{0xA1, 0xB2, 0xC3, 0xD4, 0xE5, 0xF6, 0x07, 0x18} {
-        _KeyFile = _Folder.File("own.gpg");
-        testsupport::WriteBytes(_KeyFile, _Key.KeyFile(_KeyId));
+    OwnKey() : m_KeyId{0xA1, 0xB2, 0xC3, 0xD4, 0xE5, 0xF6, 0x07, 0x18} {
+        m_KeyFile = m_Folder.File("own.gpg");
+        testsupport::WriteBytes(m_KeyFile, m_Key.KeyFile(m_KeyId));
     }
-    testsupport::TempDir _Folder;
-    TestKey _Key;
-    Bytes _KeyId;
-    std::string _KeyFile;
+    testsupport::TempDir m_Folder;
+    TestKey m_Key;
+    Bytes m_KeyId;
+    std::string m_KeyFile;
 };
 
 // RPM header-structure entry types.

@@ -55,10 +55,10 @@ public:
         if (made == nullptr) {
             throw std::runtime_error("mkdtemp failed");
         }
-        _Path = made;
+        m_Path = made;
     }
     ~TempDir() {
-        std::string command = "rm -rf '" + _Path + "'";
+        std::string command = "rm -rf '" + m_Path + "'";
         if (std::system(command.c_str()) != 0) {
             // Nothing sensible to do in a destructor; the folder stays behind.
         }
@@ -66,11 +66,11 @@ public:
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
 
-    const std::string& Path() const { return _Path; }
-    std::string File(const std::string& name) const { return _Path + "/" + name; }
+    const std::string& Path() const { return m_Path; }
+    std::string File(const std::string& name) const { return m_Path + "/" + name; }
 
 private:
-    std::string _Path;
+    std::string m_Path;
 };
 
 inline std::string ReadFile(const std::string& path) {

@@ -21,46 +21,46 @@ namespace testsupport {
 // inherit it.
 class EnvironmentVariableGuard {
 public:
-    explicit EnvironmentVariableGuard(const char* name) : _Name(name) {
+    explicit EnvironmentVariableGuard(const char* name) : m_Name(name) {
         const char* value = std::getenv(name);
-        _Had = value != nullptr;
-        if (_Had) {
-            _Value = value;
+        m_Had = value != nullptr;
+        if (m_Had) {
+            m_Value = value;
         }
     }
     ~EnvironmentVariableGuard() {
-        if (_Had) {
-            setenv(_Name.c_str(), _Value.c_str(), 1);
+        if (m_Had) {
+            setenv(m_Name.c_str(), m_Value.c_str(), 1);
         } else {
-            unsetenv(_Name.c_str());
+            unsetenv(m_Name.c_str());
         }
     }
     EnvironmentVariableGuard(const EnvironmentVariableGuard&) = delete;
     EnvironmentVariableGuard& operator=(const EnvironmentVariableGuard&) = delete;
 
-    void Set(const std::string& value) { setenv(_Name.c_str(), value.c_str(), 1); }
-    void Unset() { unsetenv(_Name.c_str()); }
+    void Set(const std::string& value) { setenv(m_Name.c_str(), value.c_str(), 1); }
+    void Unset() { unsetenv(m_Name.c_str()); }
     // The value the variable had before the guard was made.
-    const std::string& Original() const { return _Value; }
+    const std::string& Original() const { return m_Value; }
 
 private:
-    std::string _Name;
-    std::string _Value;
-    bool _Had = false;
+    std::string m_Name;
+    std::string m_Value;
+    bool m_Had = false;
 };
 
 // Clears http_proxy and HTTP_PROXY for one test, so that the real wget and
 // curl reach the loopback server directly.
 class NoHttpProxy {
 public:
-    NoHttpProxy() : _Lower("http_proxy"), _Upper("HTTP_PROXY") {
-        _Lower.Unset();
-        _Upper.Unset();
+    NoHttpProxy() : m_Lower("http_proxy"), m_Upper("HTTP_PROXY") {
+        m_Lower.Unset();
+        m_Upper.Unset();
     }
 
 private:
-    EnvironmentVariableGuard _Lower;
-    EnvironmentVariableGuard _Upper;
+    EnvironmentVariableGuard m_Lower;
+    EnvironmentVariableGuard m_Upper;
 };
 
 // The absolute path of a real tool, found on the test's current PATH.

@@ -45,19 +45,19 @@ std::list<std::string> Sorted(std::list<std::string> names) {
 class FileHelperWildcardTree : public ::testing::Test {
 protected:
     void SetUp() override {
-        _Root = RealPath(_Dir.Path());
+        m_Root = RealPath(m_Dir.Path());
         for (const char* folder : {"a1", "a1/deep", "a2", "b"}) {
-            ASSERT_EQ(mkdir((_Root + "/" + folder).c_str(), 0700), 0);
+            ASSERT_EQ(mkdir((m_Root + "/" + folder).c_str(), 0700), 0);
         }
         for (const char* file : {"X2.Rpm", "a b.rpm", "x.rpm", "xarpm", "y.txt", "f(1).txt", "a1/k.rpm",
                                  "a1/deep/z.rpm", "a2/k.rpm", "b/k.rpm"}) {
-            WriteFile(_Root + "/" + file, file);
+            WriteFile(m_Root + "/" + file, file);
         }
     }
-    std::string At(const std::string& relative) const { return _Root + "/" + relative; }
+    std::string At(const std::string& relative) const { return m_Root + "/" + relative; }
 
-    TempDir _Dir;
-    std::string _Root;
+    TempDir m_Dir;
+    std::string m_Root;
 };
 
 // Skips the test when the file system does not keep user attributes.
@@ -139,7 +139,7 @@ TEST_F(FileHelperWildcardTree, PlainPathsAreKeptWhenTheyExist) {
 }
 
 TEST_F(FileHelperWildcardTree, RelativePatternsStartAtTheWorkingDirectory) {
-    WorkingDirectoryScope cwd(_Root);
+    WorkingDirectoryScope cwd(m_Root);
     EXPECT_EQ(Expand("*.RPM"), (std::list<std::string>{At("X2.Rpm"), At("x.rpm")}));
     EXPECT_EQ(Expand("b/*"), (std::list<std::string>{At("b/k.rpm")}));
 }
@@ -147,7 +147,7 @@ TEST_F(FileHelperWildcardTree, RelativePatternsStartAtTheWorkingDirectory) {
 TEST_F(FileHelperWildcardTree, DriveLetterFormIsKeptAsItIs) {
     ASSERT_EQ(mkdir(At("C:").c_str(), 0700), 0);
     WriteFile(At("C:/x.rpm"), "x");
-    WorkingDirectoryScope cwd(_Root);
+    WorkingDirectoryScope cwd(m_Root);
     EXPECT_EQ(Expand("C:/*.rpm"), (std::list<std::string>{"C:/x.rpm"}));
 }
 
@@ -202,11 +202,11 @@ TEST(FileHelperWildcard, CandidatesComeFromTheCallback) {
 
 TEST_F(FileHelperWildcardTree, GetFileList) {
     std::list<std::string> names;
-    EXPECT_EQ(FileHelper::GetFileList(_Root, names, false, false), 9);
+    EXPECT_EQ(FileHelper::GetFileList(m_Root, names, false, false), 9);
     EXPECT_EQ(names, (std::list<std::string>{"X2.Rpm", "a b.rpm", "a1", "a2", "b", "f(1).txt", "x.rpm",
                                              "xarpm", "y.txt"}));
     names.clear();
-    EXPECT_EQ(FileHelper::GetFileList(_Root, names, false, true), 3);
+    EXPECT_EQ(FileHelper::GetFileList(m_Root, names, false, true), 3);
     EXPECT_EQ(names, (std::list<std::string>{"a1", "a2", "b"}));
     names.clear();
     EXPECT_EQ(FileHelper::GetFileList(At("a1"), names, true, false), 3);

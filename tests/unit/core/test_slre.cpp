@@ -412,20 +412,20 @@ namespace {
 // lazy quantifiers, for comparison with the standard library's engine.
 class ExpressionMaker {
 public:
-    explicit ExpressionMaker(unsigned seed) : _Random(seed) {}
+    explicit ExpressionMaker(unsigned seed) : m_Random(seed) {}
 
     std::string Alternatives(int depth) {
         std::string text = Sequence(depth);
-        while (_Random() % 3 == 0) {
+        while (m_Random() % 3 == 0) {
             text += "|" + Sequence(depth);
         }
         return text;
     }
     std::string Subject() {
         std::string text;
-        const int length = static_cast<int>(_Random() % 7);
+        const int length = static_cast<int>(m_Random() % 7);
         for (int i = 0; i < length; ++i) {
-            text += "abcA1"[_Random() % 5];
+            text += "abcA1"[m_Random() % 5];
         }
         return text;
     }
@@ -433,16 +433,16 @@ public:
 private:
     std::string Sequence(int depth) {
         std::string text;
-        const int atoms = static_cast<int>(_Random() % 4) + 1;
+        const int atoms = static_cast<int>(m_Random() % 4) + 1;
         for (int i = 0; i < atoms; ++i) {
             text += Atom(depth);
             static const char* const quantifiers[] = {"*", "+", "?", "*?", "+?", "", "", ""};
-            text += quantifiers[_Random() % 8];
+            text += quantifiers[m_Random() % 8];
         }
         return text;
     }
     std::string Atom(int depth) {
-        switch (_Random() % 8) {
+        switch (m_Random() % 8) {
         case 0:
             return depth < 3 ? "(" + Alternatives(depth + 1) + ")" : "a";
         case 1:
@@ -456,11 +456,11 @@ private:
         case 5:
             return "[b-c]";
         default:
-            return std::string(1, "abcA"[_Random() % 4]);
+            return std::string(1, "abcA"[m_Random() % 4]);
         }
     }
 
-    std::mt19937 _Random;
+    std::mt19937 m_Random;
 };
 
 } // namespace

@@ -76,68 +76,68 @@ std::unique_ptr<EVP_PKEY, PkeyDeleter> ReadPem(const std::string& path, bool isP
 class RsaCspTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        _Dir = new testsupport::TempDir();
+        m_Dir = new testsupport::TempDir();
         ASSERT_EQ(testsupport::Run("openssl genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:2048 -out " +
-                                   _Dir->File("key.pem") + " 2>/dev/null")
+                                   m_Dir->File("key.pem") + " 2>/dev/null")
                       .exitCode,
                   0);
-        ASSERT_EQ(testsupport::Run("openssl pkey -in " + _Dir->File("key.pem") + " -pubout -out " +
-                                   _Dir->File("pub.pem") + " 2>/dev/null")
+        ASSERT_EQ(testsupport::Run("openssl pkey -in " + m_Dir->File("key.pem") + " -pubout -out " +
+                                   m_Dir->File("pub.pem") + " 2>/dev/null")
                       .exitCode,
                   0);
         auto modulus =
-            testsupport::Run("openssl rsa -in " + _Dir->File("key.pem") + " -noout -modulus 2>/dev/null");
+            testsupport::Run("openssl rsa -in " + m_Dir->File("key.pem") + " -noout -modulus 2>/dev/null");
         ASSERT_EQ(modulus.exitCode, 0);
         ASSERT_EQ(modulus.output.rfind("Modulus=", 0), 0u);
-        _Modulus = new Bytes(HexToBytes(modulus.output.substr(8, 512)));
+        m_Modulus = new Bytes(HexToBytes(modulus.output.substr(8, 512)));
         auto text =
-            testsupport::Run("openssl rsa -in " + _Dir->File("key.pem") + " -noout -text 2>/dev/null");
+            testsupport::Run("openssl rsa -in " + m_Dir->File("key.pem") + " -noout -text 2>/dev/null");
         ASSERT_NE(text.output.find("publicExponent: 65537 (0x10001)"), std::string::npos);
-        _Exponent = new Bytes{0x01, 0x00, 0x01};
-        _Data = new Bytes();
+        m_Exponent = new Bytes{0x01, 0x00, 0x01};
+        m_Data = new Bytes();
         for (int i = 0; i < 5000; ++i) {
-            _Data->push_back(static_cast<unsigned char>(i * 7 + 3));
+            m_Data->push_back(static_cast<unsigned char>(i * 7 + 3));
         }
-        testsupport::WriteBytes(_Dir->File("data.bin"), *_Data);
+        testsupport::WriteBytes(m_Dir->File("data.bin"), *m_Data);
     }
 
     static void TearDownTestSuite() {
-        delete _Dir;
-        delete _Modulus;
-        delete _Exponent;
-        delete _Data;
+        delete m_Dir;
+        delete m_Modulus;
+        delete m_Exponent;
+        delete m_Data;
     }
 
     void SetUp() override {
-        ASSERT_NE(_Modulus, nullptr);
-        ASSERT_EQ(_Modulus->size(), 256u);
-        ASSERT_NE((*_Modulus)[0], 0);
+        ASSERT_NE(m_Modulus, nullptr);
+        ASSERT_EQ(m_Modulus->size(), 256u);
+        ASSERT_NE((*m_Modulus)[0], 0);
     }
 
     static RsaCsp MakeCsp() {
-        return RsaCsp(_Modulus->data(), static_cast<int>(_Modulus->size()), _Exponent->data(),
-                      static_cast<int>(_Exponent->size()));
+        return RsaCsp(m_Modulus->data(), static_cast<int>(m_Modulus->size()), m_Exponent->data(),
+                      static_cast<int>(m_Exponent->size()));
     }
 
     // Signs data.bin with the openssl tool.
     static Bytes Sign(const std::string& options) {
-        std::string out = _Dir->File("sig.bin");
-        auto result = testsupport::Run("openssl dgst " + options + " -sign " + _Dir->File("key.pem") +
-                                       " -out " + out + " " + _Dir->File("data.bin") + " 2>/dev/null");
+        std::string out = m_Dir->File("sig.bin");
+        auto result = testsupport::Run("openssl dgst " + options + " -sign " + m_Dir->File("key.pem") +
+                                       " -out " + out + " " + m_Dir->File("data.bin") + " 2>/dev/null");
         EXPECT_EQ(result.exitCode, 0) << options;
         return testsupport::ReadBytes(out);
     }
 
-    static testsupport::TempDir* _Dir;
-    static Bytes* _Modulus;
-    static Bytes* _Exponent;
-    static Bytes* _Data;
+    static testsupport::TempDir* m_Dir;
+    static Bytes* m_Modulus;
+    static Bytes* m_Exponent;
+    static Bytes* m_Data;
 };
 
-testsupport::TempDir* RsaCspTest::_Dir = nullptr;
-Bytes* RsaCspTest::_Modulus = nullptr;
-Bytes* RsaCspTest::_Exponent = nullptr;
-Bytes* RsaCspTest::_Data = nullptr;
+testsupport::TempDir* RsaCspTest::m_Dir = nullptr;
+Bytes* RsaCspTest::m_Modulus = nullptr;
+Bytes* RsaCspTest::m_Exponent = nullptr;
+Bytes* RsaCspTest::m_Data = nullptr;
 
 // RsaCsp is neither copyable nor movable; return by value relies on guaranteed elision.
 static_assert(!std::is_copy_constructible<RsaCsp>::value, "RsaCsp owns raw handles");
@@ -145,7 +145,7 @@ static_assert(!std::is_copy_constructible<RsaCsp>::value, "RsaCsp owns raw handl
 TEST_F(RsaCspTest, Pkcs1Sha256SignatureVerifiesWithItsNidOnly) {
     Bytes signature = Sign("-sha256");
     ASSERT_EQ(signature.size(), 256u);
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     RsaCsp csp = MakeCsp();
     EXPECT_EQ(csp.Verify(672, digest.data(), 32, signature.data(), 256), 1);
     EXPECT_EQ(csp.Verify(64, digest.data(), 32, signature.data(), 256), 0);
@@ -162,7 +162,7 @@ TEST_F(RsaCspTest, Pkcs1SignaturesOfEveryAlgorithm) {
     Csp& provider = csp;
     for (unsigned int i = 0; i < 6; ++i) {
         Bytes signature = Sign(options[i]);
-        Bytes digest = DigestOf(types[i], *_Data);
+        Bytes digest = DigestOf(types[i], *m_Data);
         int nid = Digest::GetNID(types[i]);
         EXPECT_EQ(provider.Verify(nid, digest.data(), static_cast<unsigned int>(digest.size()),
                                   signature.data(), static_cast<unsigned int>(signature.size())),
@@ -179,7 +179,7 @@ TEST_F(RsaCspTest, Pkcs1SignaturesOfEveryAlgorithm) {
 
 TEST_F(RsaCspTest, Pkcs1TamperedSignatureOrDigestFails) {
     Bytes signature = Sign("-sha256");
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     RsaCsp csp = MakeCsp();
     Bytes tampered = signature;
     tampered[100] ^= 0x01;
@@ -197,7 +197,7 @@ TEST_F(RsaCspTest, Pkcs1TamperedSignatureOrDigestFails) {
 TEST_F(RsaCspTest, SignatureShorterThanTheModulusIsPaddedWithZeros) {
     // Sign varying data until OpenSSL produces a signature whose first byte
     // is zero, as an OpenPGP MPI would then store it one byte short.
-    auto privateKey = ReadPem(_Dir->File("key.pem"), true);
+    auto privateKey = ReadPem(m_Dir->File("key.pem"), true);
     ASSERT_NE(privateKey, nullptr);
     Bytes data;
     Bytes signature;
@@ -219,10 +219,10 @@ TEST_F(RsaCspTest, SignatureShorterThanTheModulusIsPaddedWithZeros) {
     ASSERT_EQ(signature[0], 0) << "no signature with a leading zero byte found";
 
     // The openssl tool agrees that the full-length signature is valid.
-    testsupport::WriteBytes(_Dir->File("lz.bin"), data);
-    testsupport::WriteBytes(_Dir->File("lz.sig"), signature);
-    auto check = testsupport::Run("openssl dgst -sha256 -verify " + _Dir->File("pub.pem") + " -signature " +
-                                  _Dir->File("lz.sig") + " " + _Dir->File("lz.bin"));
+    testsupport::WriteBytes(m_Dir->File("lz.bin"), data);
+    testsupport::WriteBytes(m_Dir->File("lz.sig"), signature);
+    auto check = testsupport::Run("openssl dgst -sha256 -verify " + m_Dir->File("pub.pem") + " -signature " +
+                                  m_Dir->File("lz.sig") + " " + m_Dir->File("lz.bin"));
     EXPECT_EQ(check.exitCode, 0) << check.output;
 
     Bytes stripped(signature.begin(), signature.end());
@@ -247,7 +247,7 @@ TEST_F(RsaCspTest, SignatureShorterThanTheModulusIsPaddedWithZeros) {
 }
 
 TEST_F(RsaCspTest, PssSignatureVerifiesWithAnySaltLength) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     RsaCsp csp = MakeCsp();
     for (const char* salt : {"", " -sigopt rsa_pss_saltlen:digest", " -sigopt rsa_pss_saltlen:max",
                              " -sigopt rsa_pss_saltlen:0", " -sigopt rsa_pss_saltlen:10"}) {
@@ -259,14 +259,14 @@ TEST_F(RsaCspTest, PssSignatureVerifiesWithAnySaltLength) {
     }
     EXPECT_EQ(csp.GetLastError(), nullptr);
 
-    Bytes sha512 = DigestOf(soapWrap::SHA512, *_Data);
+    Bytes sha512 = DigestOf(soapWrap::SHA512, *m_Data);
     Bytes signature = Sign("-sha512 -sigopt rsa_padding_mode:pss");
     EXPECT_EQ(csp.Verify_PSS(soapWrap::SHA512, sha512.data(), 64, signature.data(), 256), 1);
     EXPECT_EQ(csp.GetLastError(), nullptr);
 }
 
 TEST_F(RsaCspTest, PssTamperedSignatureFailsWithAnErrorText) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256 -sigopt rsa_padding_mode:pss");
     Bytes tampered = signature;
     tampered[17] ^= 0x04;
@@ -302,7 +302,7 @@ TEST_F(RsaCspTest, PssTamperedSignatureFailsWithAnErrorText) {
 }
 
 TEST_F(RsaCspTest, PssRefusesBuffersItCannotTrust) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256 -sigopt rsa_padding_mode:pss");
     RsaCsp csp = MakeCsp();
     // A digest shorter than the algorithm's length is never read past its end.
@@ -320,7 +320,7 @@ TEST_F(RsaCspTest, PssRefusesBuffersItCannotTrust) {
 }
 
 TEST_F(RsaCspTest, PssWithAnAlgorithmWithoutDigestThrows) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256 -sigopt rsa_padding_mode:pss");
     RsaCsp csp = MakeCsp();
     try {
@@ -332,11 +332,11 @@ TEST_F(RsaCspTest, PssWithAnAlgorithmWithoutDigestThrows) {
 }
 
 TEST_F(RsaCspTest, LeadingZeroMpiBytesYieldTheSameKey) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes pkcs1 = Sign("-sha256");
     Bytes pss = Sign("-sha256 -sigopt rsa_padding_mode:pss");
-    Bytes modulus = WithLeadingZero(*_Modulus);
-    Bytes exponent = WithLeadingZero(*_Exponent);
+    Bytes modulus = WithLeadingZero(*m_Modulus);
+    Bytes exponent = WithLeadingZero(*m_Exponent);
     RsaCsp padded(modulus.data(), static_cast<int>(modulus.size()), exponent.data(),
                   static_cast<int>(exponent.size()));
     RsaCsp plain = MakeCsp();
@@ -352,16 +352,16 @@ TEST_F(RsaCspTest, LeadingZeroMpiBytesYieldTheSameKey) {
     std::unique_ptr<BIGNUM, BignumDeleter> a(
         BN_bin2bn(modulus.data(), static_cast<int>(modulus.size()), nullptr));
     std::unique_ptr<BIGNUM, BignumDeleter> b(
-        BN_bin2bn(_Modulus->data(), static_cast<int>(_Modulus->size()), nullptr));
+        BN_bin2bn(m_Modulus->data(), static_cast<int>(m_Modulus->size()), nullptr));
     EXPECT_EQ(BN_cmp(a.get(), b.get()), 0);
     EXPECT_EQ(BN_num_bytes(a.get()), 256);
 }
 
 TEST_F(RsaCspTest, BignumConstructorCopiesTheNumbers) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256");
-    BIGNUM* n = BN_bin2bn(_Modulus->data(), static_cast<int>(_Modulus->size()), nullptr);
-    BIGNUM* e = BN_bin2bn(_Exponent->data(), static_cast<int>(_Exponent->size()), nullptr);
+    BIGNUM* n = BN_bin2bn(m_Modulus->data(), static_cast<int>(m_Modulus->size()), nullptr);
+    BIGNUM* e = BN_bin2bn(m_Exponent->data(), static_cast<int>(m_Exponent->size()), nullptr);
     std::unique_ptr<RsaCsp> csp(new RsaCsp(n, e));
     // The caller's numbers are untouched and still the caller's to free.
     EXPECT_EQ(BN_get_word(e), 65537u);
@@ -373,10 +373,10 @@ TEST_F(RsaCspTest, BignumConstructorCopiesTheNumbers) {
 }
 
 TEST_F(RsaCspTest, RsaKeyConstructorTakesOwnership) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256");
     Bytes pss = Sign("-sha256 -sigopt rsa_padding_mode:pss");
-    auto publicKey = ReadPem(_Dir->File("pub.pem"), false);
+    auto publicKey = ReadPem(m_Dir->File("pub.pem"), false);
     ASSERT_NE(publicKey, nullptr);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
@@ -392,7 +392,7 @@ TEST_F(RsaCspTest, RsaKeyConstructorTakesOwnership) {
 }
 
 TEST_F(RsaCspTest, KeysThatCannotBeBuiltNeverVerify) {
-    Bytes digest = DigestOf(soapWrap::SHA256, *_Data);
+    Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256");
     RsaCsp nullKey(static_cast<RSA*>(nullptr));
     EXPECT_EQ(nullKey.Verify(672, digest.data(), 32, signature.data(), 256), 0);
@@ -402,10 +402,10 @@ TEST_F(RsaCspTest, KeysThatCannotBeBuiltNeverVerify) {
     RsaCsp nullNumbers(static_cast<BIGNUM*>(nullptr), static_cast<BIGNUM*>(nullptr));
     EXPECT_EQ(nullNumbers.Verify(672, digest.data(), 32, signature.data(), 256), 0);
 
-    RsaCsp negativeLength(_Modulus->data(), -1, _Exponent->data(), 3);
+    RsaCsp negativeLength(m_Modulus->data(), -1, m_Exponent->data(), 3);
     EXPECT_EQ(negativeLength.Verify(672, digest.data(), 32, signature.data(), 256), 0);
 
-    RsaCsp emptyModulus(_Modulus->data(), 0, _Exponent->data(), 3);
+    RsaCsp emptyModulus(m_Modulus->data(), 0, m_Exponent->data(), 3);
     EXPECT_EQ(emptyModulus.Verify(672, digest.data(), 32, signature.data(), 256), 0);
     EXPECT_EQ(ERR_peek_error(), 0u);
 }

@@ -27,34 +27,34 @@ using Bytes = std::vector<unsigned char>;
 class CertificateManagerTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        _SavedSelf = Singleton<CertificateManager>::_Self;
-        _SavedCount = Singleton<CertificateManager>::_Count;
-        _Store = new CertificateManager();
+        m_SavedSelf = Singleton<CertificateManager>::_Self;
+        m_SavedCount = Singleton<CertificateManager>::_Count;
+        m_Store = new CertificateManager();
     }
     void TearDown() override {
-        delete _Store;
-        for (PgpCertificate* certificate : _Handed) {
+        delete m_Store;
+        for (PgpCertificate* certificate : m_Handed) {
             delete certificate;
         }
-        Singleton<CertificateManager>::_Self = _SavedSelf;
-        Singleton<CertificateManager>::_Count = _SavedCount;
+        Singleton<CertificateManager>::_Self = m_SavedSelf;
+        Singleton<CertificateManager>::_Count = m_SavedCount;
     }
     // Certificates stay valid after the store is gone; the test releases
     // them itself at the end.
     PgpCertificate* Keep(Certificate* certificate) {
         auto* pgp = static_cast<PgpCertificate*>(certificate);
-        _Handed.push_back(pgp);
+        m_Handed.push_back(pgp);
         return pgp;
     }
     PgpCertificate* Load(const std::string& path) {
-        _Store->SetPgpPublicKeyFilePath(path);
-        return Keep(_Store->LoadPgpPublicKey());
+        m_Store->SetPgpPublicKeyFilePath(path);
+        return Keep(m_Store->LoadPgpPublicKey());
     }
 
-    CertificateManager* _Store = nullptr;
-    std::vector<PgpCertificate*> _Handed;
-    CertificateManager* _SavedSelf = nullptr;
-    unsigned int _SavedCount = 0;
+    CertificateManager* m_Store = nullptr;
+    std::vector<PgpCertificate*> m_Handed;
+    CertificateManager* m_SavedSelf = nullptr;
+    unsigned int m_SavedCount = 0;
 };
 
 std::string IssuerHex(const PgpCertificate* certificate) {
@@ -63,21 +63,21 @@ std::string IssuerHex(const PgpCertificate* certificate) {
 }
 
 TEST_F(CertificateManagerTest, NewStoreIsEmpty) {
-    EXPECT_EQ("", _Store->GetPgpPublicKeyFilePath());
-    EXPECT_EQ(0u, _Store->GetCertificateCount());
-    EXPECT_EQ(nullptr, _Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
+    EXPECT_EQ("", m_Store->GetPgpPublicKeyFilePath());
+    EXPECT_EQ(0u, m_Store->GetCertificateCount());
+    EXPECT_EQ(nullptr, m_Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
     EXPECT_EQ(2, static_cast<int>(soapWrap::PgpPublicKeyCertificate));
 }
 
 TEST_F(CertificateManagerTest, PathIsStoredAsACopy) {
     std::string path = "/some/key.asc";
-    _Store->SetPgpPublicKeyFilePath(path);
+    m_Store->SetPgpPublicKeyFilePath(path);
     path[1] = 'X';
-    EXPECT_EQ("/some/key.asc", _Store->GetPgpPublicKeyFilePath());
-    _Store->SetPgpPublicKeyFilePath("");
-    EXPECT_EQ("", _Store->GetPgpPublicKeyFilePath());
+    EXPECT_EQ("/some/key.asc", m_Store->GetPgpPublicKeyFilePath());
+    m_Store->SetPgpPublicKeyFilePath("");
+    EXPECT_EQ("", m_Store->GetPgpPublicKeyFilePath());
     // Storing the path reads nothing.
-    EXPECT_EQ(0u, _Store->GetCertificateCount());
+    EXPECT_EQ(0u, m_Store->GetCertificateCount());
 }
 
 TEST_F(CertificateManagerTest, EveryFixtureKeyLoadsInEveryEncoding) {
@@ -91,17 +91,17 @@ TEST_F(CertificateManagerTest, EveryFixtureKeyLoadsInEveryEncoding) {
             EXPECT_NE(nullptr, dynamic_cast<RsaCsp*>(certificate->GetCsp()));
             // The key block's last signature is issued by the primary key.
             EXPECT_EQ(fixtures::KeyId(name), IssuerHex(certificate)) << path;
-            EXPECT_EQ(certificate, _Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
+            EXPECT_EQ(certificate, m_Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
         }
     }
 }
 
 TEST_F(CertificateManagerTest, LoadingTwiceKeepsOneEntryAndTheFirstStaysUsable) {
     PgpCertificate* first = Load(fixtures::KeyArmored("rsa2048"));
-    PgpCertificate* second = Keep(_Store->LoadPgpPublicKey());
+    PgpCertificate* second = Keep(m_Store->LoadPgpPublicKey());
     EXPECT_NE(first, second);
-    EXPECT_EQ(1u, _Store->GetCertificateCount());
-    EXPECT_EQ(second, _Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
+    EXPECT_EQ(1u, m_Store->GetCertificateCount());
+    EXPECT_EQ(second, m_Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
 
     // The first one still checks a real signature.
     Bytes signatureBytes = testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha256"));
@@ -126,10 +126,10 @@ TEST_F(CertificateManagerTest, KeyFileIsReadAnewOnEveryRequest) {
     testsupport::WriteFile(key, testsupport::ReadFile(fixtures::KeyArmored("rsa2048")));
     EXPECT_EQ(2048u, Load(key)->GetKeyLength());
     testsupport::WriteFile(key, testsupport::ReadFile(fixtures::KeyArmored("rsa4096")));
-    EXPECT_EQ(4096u, Keep(_Store->LoadPgpPublicKey())->GetKeyLength());
+    EXPECT_EQ(4096u, Keep(m_Store->LoadPgpPublicKey())->GetKeyLength());
     testsupport::WriteFile(key, testsupport::ReadFile(fixtures::KeyBinary("rsa3072")));
-    EXPECT_EQ(3072u, Keep(_Store->LoadPgpPublicKey())->GetKeyLength());
-    EXPECT_EQ(1u, _Store->GetCertificateCount());
+    EXPECT_EQ(3072u, Keep(m_Store->LoadPgpPublicKey())->GetKeyLength());
+    EXPECT_EQ(1u, m_Store->GetCertificateCount());
 }
 
 TEST_F(CertificateManagerTest, OtherFormatsAreNotImplemented) {
@@ -137,22 +137,22 @@ TEST_F(CertificateManagerTest, OtherFormatsAreNotImplemented) {
     std::string key = testsupport::ReadFile(fixtures::KeyArmored("rsa2048"));
     for (int format : {0, 1, 3, 4}) {
         try {
-            _Store->CreateCertificate(&key[0], key.size(),
-                                      static_cast<soapWrap::CertificateFileFormat>(format));
+            m_Store->CreateCertificate(&key[0], key.size(),
+                                       static_cast<soapWrap::CertificateFileFormat>(format));
             FAIL() << "no exception for format " << format;
         } catch (const NotImplementedException& error) {
             EXPECT_STREQ("Not implemented: Not implemented certificate format", error.what());
         }
-        EXPECT_EQ(1u, _Store->GetCertificateCount());
-        EXPECT_EQ(loaded, _Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
-        EXPECT_EQ(nullptr, _Store->GetCertificate(static_cast<soapWrap::CertificateFileFormat>(format)));
+        EXPECT_EQ(1u, m_Store->GetCertificateCount());
+        EXPECT_EQ(loaded, m_Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
+        EXPECT_EQ(nullptr, m_Store->GetCertificate(static_cast<soapWrap::CertificateFileFormat>(format)));
     }
 }
 
 TEST_F(CertificateManagerTest, CertificateFromMemory) {
     std::string key = testsupport::ReadFile(fixtures::KeyBinary("rsa4096"));
     PgpCertificate* certificate =
-        Keep(_Store->CreateCertificate(&key[0], key.size(), soapWrap::PgpPublicKeyCertificate));
+        Keep(m_Store->CreateCertificate(&key[0], key.size(), soapWrap::PgpPublicKeyCertificate));
     EXPECT_EQ(4096u, certificate->GetKeyLength());
     // The caller's buffer is not kept.
     key.assign(key.size(), '\0');
@@ -162,29 +162,29 @@ TEST_F(CertificateManagerTest, CertificateFromMemory) {
 TEST_F(CertificateManagerTest, LoadFromFileWithExplicitPath) {
     std::string path = fixtures::KeyArmored("rsa3072");
     PgpCertificate* certificate =
-        Keep(_Store->LoadCertificateFromFile(path, soapWrap::PgpPublicKeyCertificate));
+        Keep(m_Store->LoadCertificateFromFile(path, soapWrap::PgpPublicKeyCertificate));
     EXPECT_EQ(3072u, certificate->GetKeyLength());
-    EXPECT_EQ("", _Store->GetPgpPublicKeyFilePath());
+    EXPECT_EQ("", m_Store->GetPgpPublicKeyFilePath());
 }
 
 TEST_F(CertificateManagerTest, MissingKeyFile) {
     testsupport::TempDir folder;
     const std::string missing = folder.File("absent.asc");
-    _Store->SetPgpPublicKeyFilePath(missing);
+    m_Store->SetPgpPublicKeyFilePath(missing);
     try {
-        _Store->LoadPgpPublicKey();
+        m_Store->LoadPgpPublicKey();
         FAIL() << "no exception";
     } catch (const FileNotFoundException& error) {
         EXPECT_EQ("File operation error: File not found: Cannot get status for '" + missing +
                       "': No such file or directory",
                   std::string(error.what()));
     }
-    EXPECT_EQ(0u, _Store->GetCertificateCount());
+    EXPECT_EQ(0u, m_Store->GetCertificateCount());
 }
 
 TEST_F(CertificateManagerTest, EmptyPathIsAMissingFile) {
     try {
-        _Store->LoadPgpPublicKey();
+        m_Store->LoadPgpPublicKey();
         FAIL() << "no exception";
     } catch (const FileNotFoundException& error) {
         EXPECT_STREQ(
@@ -195,15 +195,15 @@ TEST_F(CertificateManagerTest, EmptyPathIsAMissingFile) {
 
 TEST_F(CertificateManagerTest, FolderAsKeyFile) {
     testsupport::TempDir folder;
-    _Store->SetPgpPublicKeyFilePath(folder.Path());
+    m_Store->SetPgpPublicKeyFilePath(folder.Path());
     try {
-        _Store->LoadPgpPublicKey();
+        m_Store->LoadPgpPublicKey();
         FAIL() << "no exception";
     } catch (const FileIoException& error) {
         EXPECT_EQ("File operation error: File '" + folder.Path() + "' was not open",
                   std::string(error.what()));
     }
-    EXPECT_EQ(0u, _Store->GetCertificateCount());
+    EXPECT_EQ(0u, m_Store->GetCertificateCount());
 }
 
 TEST_F(CertificateManagerTest, BrokenKeyFilesLeaveTheStoreAlone) {
@@ -212,9 +212,9 @@ TEST_F(CertificateManagerTest, BrokenKeyFilesLeaveTheStoreAlone) {
     const std::string broken = folder.File("broken.asc");
 
     testsupport::WriteFile(broken, "this is not a key\n");
-    _Store->SetPgpPublicKeyFilePath(broken);
+    m_Store->SetPgpPublicKeyFilePath(broken);
     try {
-        _Store->LoadPgpPublicKey();
+        m_Store->LoadPgpPublicKey();
         FAIL() << "no exception";
     } catch (const DataFormatException& error) {
         EXPECT_STREQ("Invalid format of data: PGP public key is not found", error.what());
@@ -223,20 +223,20 @@ TEST_F(CertificateManagerTest, BrokenKeyFilesLeaveTheStoreAlone) {
     // A binary key cut short inside its modulus.
     std::string key = testsupport::ReadFile(fixtures::KeyBinary("rsa2048"));
     testsupport::WriteFile(broken, key.substr(0, 100));
-    EXPECT_THROW(_Store->LoadPgpPublicKey(), std::exception);
+    EXPECT_THROW(m_Store->LoadPgpPublicKey(), std::exception);
 
     testsupport::WriteFile(broken, "");
-    EXPECT_THROW(_Store->LoadPgpPublicKey(), std::exception);
+    EXPECT_THROW(m_Store->LoadPgpPublicKey(), std::exception);
 
-    EXPECT_EQ(1u, _Store->GetCertificateCount());
-    EXPECT_EQ(loaded, _Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
+    EXPECT_EQ(1u, m_Store->GetCertificateCount());
+    EXPECT_EQ(loaded, m_Store->GetCertificate(soapWrap::PgpPublicKeyCertificate));
 }
 
 TEST_F(CertificateManagerTest, DestroyingTheStoreKeepsItsCertificates) {
-    Singleton<CertificateManager>::_Self = _Store;
+    Singleton<CertificateManager>::_Self = m_Store;
     PgpCertificate* certificate = Load(fixtures::KeyArmored("rsa4096"));
-    delete _Store;
-    _Store = nullptr;
+    delete m_Store;
+    m_Store = nullptr;
     EXPECT_EQ(nullptr, Singleton<CertificateManager>::_Self);
     EXPECT_EQ(4096u, certificate->GetKeyLength());
     EXPECT_EQ(fixtures::KeyId("rsa4096"), IssuerHex(certificate));

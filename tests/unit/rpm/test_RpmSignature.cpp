@@ -110,11 +110,11 @@ protected:
         return {rpmtest::kTagPayloadSignature, rpmtest::kTypeBinary, packet};
     }
 
-    const Bytes _Header = rpmtest::MainHeader(40);
-    const Bytes _Payload = rpmtest::Payload(3000);
-    const Bytes _All = rpmtest::Concat(_Header, _Payload);
-    const std::string _Sha1 = rpmtest::Hex(rpmtest::Hash(EVP_sha1(), _Header));
-    const Bytes _Md5 = rpmtest::Hash(EVP_md5(), _All);
+    const Bytes m_Header = rpmtest::MainHeader(40);
+    const Bytes m_Payload = rpmtest::Payload(3000);
+    const Bytes m_All = rpmtest::Concat(m_Header, m_Payload);
+    const std::string m_Sha1 = rpmtest::Hex(rpmtest::Hash(EVP_sha1(), m_Header));
+    const Bytes m_Md5 = rpmtest::Hash(EVP_md5(), m_All);
 };
 
 // ------------------------------------------------------------ the walk
@@ -314,9 +314,9 @@ TEST(RpmSignatureParse, FailureAfterSignaturesWereMadeReleasesThem) {
 
 TEST_F(RpmSignatureVerify, SignedPackageIsValid) {
     for (unsigned char hash : {rpmtest::kPgpSha1, rpmtest::kPgpSha256, rpmtest::kPgpSha512}) {
-        auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(hash), _Header)),
-                                Sha1(_Sha1), PayloadSignature(Key().Sign(Spec(hash), _All)), Md5(_Md5)});
-        Feed(*container->signature, _Header, _Payload, container->signature->GetHashAlgorithm());
+        auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(hash), m_Header)),
+                                Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(hash), m_All)), Md5(m_Md5)});
+        Feed(*container->signature, m_Header, m_Payload, container->signature->GetHashAlgorithm());
         std::string message;
         EXPECT_EQ(Valid, container->signature->Verify(message)) << int(hash);
         EXPECT_EQ("", message);
@@ -324,87 +324,87 @@ TEST_F(RpmSignatureVerify, SignedPackageIsValid) {
 }
 
 TEST_F(RpmSignatureVerify, UpperCaseSha1TextFails) {
-    std::string upper = _Sha1;
+    std::string upper = m_Sha1;
     for (char& c : upper) {
         c = static_cast<char>(toupper(c));
     }
-    ASSERT_NE(upper, _Sha1);
-    auto container = Build({rpmtest::RegionEntry(), Sha1(upper), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA1);
+    ASSERT_NE(upper, m_Sha1);
+    auto container = Build({rpmtest::RegionEntry(), Sha1(upper), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA1);
     std::string message;
     EXPECT_EQ(InvalidHash, container->signature->Verify(message));
     EXPECT_EQ("Invalid value of SHA1 header hash", message);
 }
 
 TEST_F(RpmSignatureVerify, Sha1CheckLeavesTheStoredDigestOpen) {
-    auto container = Build({rpmtest::RegionEntry(), Sha1(_Sha1), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA1);
+    auto container = Build({rpmtest::RegionEntry(), Sha1(m_Sha1), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA1);
     std::string message;
     EXPECT_EQ(Unsigned, container->signature->Verify(message));
     // Digest 0 was checked through a copy: it still takes data.
     DigestBase* digest = container->signature->GetDigest(0);
     digest->Update("more", 4);
-    EXPECT_EQ(rpmtest::Hash(EVP_sha1(), rpmtest::Concat(_Header, rpmtest::FromText("more"))),
+    EXPECT_EQ(rpmtest::Hash(EVP_sha1(), rpmtest::Concat(m_Header, rpmtest::FromText("more"))),
               Bytes(digest->GetValue(), digest->GetValue() + 20));
 }
 
 TEST_F(RpmSignatureVerify, MissingOrWrongHashesAreInvalidHash) {
     std::string message;
-    auto noSha1 = Build({rpmtest::RegionEntry(), Md5(_Md5)});
-    Feed(*noSha1->signature, _Header, _Payload, soapWrap::SHA1);
+    auto noSha1 = Build({rpmtest::RegionEntry(), Md5(m_Md5)});
+    Feed(*noSha1->signature, m_Header, m_Payload, soapWrap::SHA1);
     EXPECT_EQ(InvalidHash, noSha1->signature->Verify(message));
     EXPECT_EQ("Invalid value of SHA1 header hash", message);
 
-    auto longer = Build({rpmtest::RegionEntry(), Sha1(_Sha1 + "0"), Md5(_Md5)});
-    Feed(*longer->signature, _Header, _Payload, soapWrap::SHA1);
+    auto longer = Build({rpmtest::RegionEntry(), Sha1(m_Sha1 + "0"), Md5(m_Md5)});
+    Feed(*longer->signature, m_Header, m_Payload, soapWrap::SHA1);
     EXPECT_EQ(InvalidHash, longer->signature->Verify(message));
     EXPECT_EQ("Invalid value of SHA1 header hash", message);
 
-    auto noMd5 = Build({rpmtest::RegionEntry(), Sha1(_Sha1)});
-    Feed(*noMd5->signature, _Header, _Payload, soapWrap::SHA1);
+    auto noMd5 = Build({rpmtest::RegionEntry(), Sha1(m_Sha1)});
+    Feed(*noMd5->signature, m_Header, m_Payload, soapWrap::SHA1);
     EXPECT_EQ(InvalidHash, noMd5->signature->Verify(message));
     EXPECT_EQ("Invalid value of MD5 hash", message);
 
-    Bytes wrongMd5 = _Md5;
+    Bytes wrongMd5 = m_Md5;
     wrongMd5[15] ^= 1;
-    auto wrong = Build({rpmtest::RegionEntry(), Sha1(_Sha1), Md5(wrongMd5)});
-    Feed(*wrong->signature, _Header, _Payload, soapWrap::SHA1);
+    auto wrong = Build({rpmtest::RegionEntry(), Sha1(m_Sha1), Md5(wrongMd5)});
+    Feed(*wrong->signature, m_Header, m_Payload, soapWrap::SHA1);
     EXPECT_EQ(InvalidHash, wrong->signature->Verify(message));
     EXPECT_EQ("Invalid value of MD5 hash", message);
 }
 
 TEST_F(RpmSignatureVerify, WithoutHeaderSignatureOnlyTheDigestsCount) {
-    auto container = Build({rpmtest::RegionEntry(), Sha1(_Sha1), Md5(_Md5),
+    auto container = Build({rpmtest::RegionEntry(), Sha1(m_Sha1), Md5(m_Md5),
                             PayloadSignature(Key().Sign(Spec(), rpmtest::FromText("whatever")))});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA1);
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA1);
     std::string message = "untouched";
     EXPECT_EQ(Unsigned, container->signature->Verify(message));
     EXPECT_EQ("untouched", message);
 }
 
 TEST_F(RpmSignatureVerify, HeaderSignatureWithoutPayloadSignature) {
-    auto container =
-        Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)), Sha1(_Sha1), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build(
+        {rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)), Sha1(m_Sha1), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     EXPECT_EQ(NoPayloadSignature, container->signature->Verify(message));
     EXPECT_EQ("The package does not contain PGP signature over its header and payload.", message);
 }
 
 TEST_F(RpmSignatureVerify, InvalidHeaderSignature) {
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _All)), Sha1(_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), _All)), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_All)), Sha1(m_Sha1),
+                            PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     EXPECT_EQ(InvalidSignature, container->signature->Verify(message));
     EXPECT_EQ("RSA signature is not valid.  Digest does not correspond to the signature", message);
 }
 
 TEST_F(RpmSignatureVerify, OnlyTheSecondPayloadSignatureIsValid) {
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)), Sha1(_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), _Header)),
-                            PayloadSignature(Key().Sign(Spec(), _All)), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_Header)),
+                            PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     EXPECT_EQ(Valid, container->signature->Verify(message));
     // The failed first check left its text.
@@ -414,10 +414,10 @@ TEST_F(RpmSignatureVerify, OnlyTheSecondPayloadSignatureIsValid) {
 TEST_F(RpmSignatureVerify, OnlyTheFirstPayloadSignatureIsValid) {
     rpmtest::SignatureSpec stranger = Spec();
     stranger.issuer[0] ^= 0xFF;
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)), Sha1(_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), _All)),
-                            PayloadSignature(Key().Sign(stranger, _All)), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_All)),
+                            PayloadSignature(Key().Sign(stranger, m_All)), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     // Every payload signature is checked, even after a valid one.
     EXPECT_EQ(Valid, container->signature->Verify(message));
@@ -427,10 +427,10 @@ TEST_F(RpmSignatureVerify, OnlyTheFirstPayloadSignatureIsValid) {
 TEST_F(RpmSignatureVerify, BothPayloadSignaturesInvalid) {
     rpmtest::SignatureSpec stranger = Spec();
     stranger.issuer[0] ^= 0xFF;
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)), Sha1(_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), _Header)),
-                            PayloadSignature(Key().Sign(stranger, _All)), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_Header)),
+                            PayloadSignature(Key().Sign(stranger, m_All)), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     EXPECT_EQ(InvalidSignature, container->signature->Verify(message));
     EXPECT_EQ("PGP signature is not valid: RSA signature is not valid. RSA signature is not valid.  Digest "
@@ -440,11 +440,11 @@ TEST_F(RpmSignatureVerify, BothPayloadSignaturesInvalid) {
 }
 
 TEST_F(RpmSignatureVerify, FailedRsaCheckLeavesVerifyAtOnce) {
-    const Bytes hash = rpmtest::Hash(EVP_sha256(), rpmtest::Concat(_Header, rpmtest::Trailer(Spec())));
+    const Bytes hash = rpmtest::Hash(EVP_sha256(), rpmtest::Concat(m_Header, rpmtest::Trailer(Spec())));
     const Bytes forged = rpmtest::SignaturePacket(Spec(), hash.data(), Bytes(256, 0x42));
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(forged), Sha1(_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), _All)), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(forged), Sha1(m_Sha1),
+                            PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     try {
         container->signature->Verify(message);
@@ -458,13 +458,13 @@ TEST_F(RpmSignatureVerify, FailedRsaCheckLeavesVerifyAtOnce) {
 TEST_F(RpmSignatureVerify, PayloadSignatureInAnotherAlgorithmCannotVerify) {
     // Digest 4 is made in the header signature's algorithm.
     const rpmtest::SignatureSpec sha1 = Spec(rpmtest::kPgpSha1);
-    const Bytes trailed = rpmtest::Hash(EVP_sha256(), rpmtest::Concat(_All, rpmtest::Trailer(sha1)));
-    const Bytes packet = Key().Sign(sha1, _All);
-    const Bytes left = rpmtest::Hash(EVP_sha1(), rpmtest::Concat(_All, rpmtest::Trailer(sha1)));
+    const Bytes trailed = rpmtest::Hash(EVP_sha256(), rpmtest::Concat(m_All, rpmtest::Trailer(sha1)));
+    const Bytes packet = Key().Sign(sha1, m_All);
+    const Bytes left = rpmtest::Hash(EVP_sha1(), rpmtest::Concat(m_All, rpmtest::Trailer(sha1)));
     ASSERT_TRUE(left[0] != trailed[0] || left[1] != trailed[1]);
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)), Sha1(_Sha1),
-                            PayloadSignature(packet), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                            Sha1(m_Sha1), PayloadSignature(packet), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     EXPECT_EQ(InvalidSignature, container->signature->Verify(message));
     EXPECT_EQ("PGP signature is not valid: RSA signature is not valid.  Digest does not correspond to the "
@@ -473,9 +473,9 @@ TEST_F(RpmSignatureVerify, PayloadSignatureInAnotherAlgorithmCannotVerify) {
 }
 
 TEST_F(RpmSignatureVerify, VerifyingTwiceGivesTheSameVerdict) {
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)), Sha1(_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), _All)), Md5(_Md5)});
-    Feed(*container->signature, _Header, _Payload, soapWrap::SHA256);
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
+    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
     EXPECT_EQ(Valid, container->signature->Verify(message));
     EXPECT_EQ(Valid, container->signature->Verify(message));
@@ -485,10 +485,10 @@ TEST_F(RpmSignatureVerify, VerifyingTwiceGivesTheSameVerdict) {
 }
 
 TEST_F(RpmSignatureVerify, VerifyPgpSignaturePrefixesOnlyFailures) {
-    auto container = Build({rpmtest::RegionEntry(), PayloadSignature(Key().Sign(Spec(), _All))});
+    auto container = Build({rpmtest::RegionEntry(), PayloadSignature(Key().Sign(Spec(), m_All))});
     PgpSignature* signature = container->signature->GetPgpSignatures()[0];
     Digest good(soapWrap::SHA256);
-    good.Update(_All.data(), _All.size());
+    good.Update(m_All.data(), m_All.size());
     ProcessingResult result = Unsigned;
     std::string message = "m";
     container->signature->VerifyPgpSignature(signature, &good, result, message);
@@ -496,17 +496,17 @@ TEST_F(RpmSignatureVerify, VerifyPgpSignaturePrefixesOnlyFailures) {
     EXPECT_EQ("m", message);
     EXPECT_EQ(&good, signature->GetDigest(0));
 
-    auto other = Build({rpmtest::RegionEntry(), PayloadSignature(Key().Sign(Spec(), _All))});
+    auto other = Build({rpmtest::RegionEntry(), PayloadSignature(Key().Sign(Spec(), m_All))});
     Digest bad(soapWrap::SHA256);
-    bad.Update(_Header.data(), _Header.size());
+    bad.Update(m_Header.data(), m_Header.size());
     other->signature->VerifyPgpSignature(other->signature->GetPgpSignatures()[0], &bad, result, message);
     EXPECT_EQ(InvalidSignature, result);
     EXPECT_EQ("RSA signature is not valid. m Digest does not correspond to the signature", message);
 }
 
 TEST_F(RpmSignatureVerify, SignAndCleanUp) {
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), _Header)),
-                            PayloadSignature(Key().Sign(Spec(), _All))});
+    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                            PayloadSignature(Key().Sign(Spec(), m_All))});
     std::string message;
     EXPECT_EQ(Valid, container->signature->Sign(nullptr, nullptr, message));
     EXPECT_EQ(1u, container->signature->GetPublicKeyAlgorithm());

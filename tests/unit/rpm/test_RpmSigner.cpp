@@ -52,7 +52,7 @@ protected:
 
     // A signer over the bytes, written to a file of the test's folder.
     std::unique_ptr<RpmSigner> SignerFor(const Bytes& content, const std::string& name = "package.rpm") {
-        const std::string path = _Folder.File(name);
+        const std::string path = m_Folder.File(name);
         testsupport::WriteBytes(path, content);
         return SignerForFile(path);
     }
@@ -123,7 +123,7 @@ protected:
         return signer->Process(true, false, false, message);
     }
 
-    testsupport::TempDir _Folder;
+    testsupport::TempDir m_Folder;
 };
 
 // ------------------------------------------------------------ the lead
@@ -494,8 +494,8 @@ TEST_F(RpmSignerTest, ProcessCopiesLeadAndMainHeaderAndPayload) {
     rpmtest::Package package = Signed(rpmtest::kPgpSha256, 70000);
     const Bytes content = package.Build();
     auto signer = SignerFor(content);
-    const std::string output = _Folder.File("copy.rpm");
-    signer->_OutputFile = new FileHelper(_Folder.Path() + "/", "copy.rpm", false);
+    const std::string output = m_Folder.File("copy.rpm");
+    signer->_OutputFile = new FileHelper(m_Folder.Path() + "/", "copy.rpm", false);
     std::string message;
     EXPECT_EQ(1, signer->Process(true, true, false, message));
     Bytes expected(content.begin(), content.begin() + 96);

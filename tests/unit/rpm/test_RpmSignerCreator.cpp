@@ -27,10 +27,10 @@ public:
 class RpmSignerCreatorTest : public ::testing::Test {
 protected:
     bool IsMe(const Bytes& content) {
-        const std::string path = _Folder.File("candidate");
+        const std::string path = m_Folder.File("candidate");
         testsupport::WriteBytes(path, content);
         FileHelper file(path);
-        return _Creator.IsMe(&file);
+        return m_Creator.IsMe(&file);
     }
     static Bytes Lead(unsigned char major, unsigned char minor, size_t size = 96) {
         Bytes lead(size, 0);
@@ -43,8 +43,8 @@ protected:
         return lead;
     }
 
-    testsupport::TempDir _Folder;
-    RpmSignerCreator _Creator;
+    testsupport::TempDir m_Folder;
+    RpmSignerCreator m_Creator;
 };
 
 TEST_F(RpmSignerCreatorTest, LeadOfFormatThreeZeroIsAccepted) {
@@ -78,31 +78,31 @@ TEST_F(RpmSignerCreatorTest, ShortFilesAreRejectedWithoutError) {
 }
 
 TEST_F(RpmSignerCreatorTest, FolderIsRejected) {
-    FileHelper folder(_Folder.Path());
+    FileHelper folder(m_Folder.Path());
     ASSERT_TRUE(folder.IsFolder());
-    EXPECT_FALSE(_Creator.IsMe(&folder));
+    EXPECT_FALSE(m_Creator.IsMe(&folder));
 }
 
 TEST_F(RpmSignerCreatorTest, FixturePackagesAreRecognised) {
     for (const auto& package : fixtures::Packages()) {
         REQUIRE_FIXTURE(package.path);
         FileHelper file(package.path);
-        EXPECT_TRUE(_Creator.IsMe(&file)) << package.name;
+        EXPECT_TRUE(m_Creator.IsMe(&file)) << package.name;
     }
 }
 
 TEST_F(RpmSignerCreatorTest, ExtensionLists) {
     PlainCreator plain;
     EXPECT_EQ(nullptr, plain.GetFileExtensions());
-    EXPECT_STREQ("rpm;srpm", _Creator.GetFileExtensions());
-    EXPECT_EQ(RpmSignerCreator::_FileExtensions, _Creator.GetFileExtensions());
-    SignerCreator& base = _Creator;
+    EXPECT_STREQ("rpm;srpm", m_Creator.GetFileExtensions());
+    EXPECT_EQ(RpmSignerCreator::_FileExtensions, m_Creator.GetFileExtensions());
+    SignerCreator& base = m_Creator;
     EXPECT_STREQ("rpm;srpm", base.GetFileExtensions());
 }
 
 TEST_F(RpmSignerCreatorTest, SignerIsFreshAndSetUp) {
     for (unsigned int mode : {0u, 7u}) {
-        std::unique_ptr<Signer> signer(_Creator.GetSigner(mode));
+        std::unique_ptr<Signer> signer(m_Creator.GetSigner(mode));
         auto* rpm = dynamic_cast<RpmSigner*>(signer.get());
         ASSERT_NE(nullptr, rpm);
         EXPECT_EQ(nullptr, rpm->_File);
@@ -117,7 +117,7 @@ TEST_F(RpmSignerCreatorTest, SignerIsFreshAndSetUp) {
 }
 
 TEST_F(RpmSignerCreatorTest, CreatorDoesNotKeepTheFile) {
-    const std::string path = _Folder.File("package.rpm");
+    const std::string path = m_Folder.File("package.rpm");
     testsupport::WriteBytes(path, Lead(3, 0));
     auto file = std::make_unique<FileHelper>(path);
     {
@@ -129,7 +129,7 @@ TEST_F(RpmSignerCreatorTest, CreatorDoesNotKeepTheFile) {
 }
 
 TEST_F(RpmSignerCreatorTest, NullFileIsRefused) {
-    EXPECT_THROW(_Creator.IsMe(nullptr), ArgumentException);
+    EXPECT_THROW(m_Creator.IsMe(nullptr), ArgumentException);
 }
 
 } // namespace

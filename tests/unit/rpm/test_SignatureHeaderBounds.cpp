@@ -30,7 +30,7 @@ protected:
         std::string message;
     };
     Outcome Process(const Bytes& content) {
-        const std::string path = _Folder.File("package.rpm");
+        const std::string path = m_Folder.File("package.rpm");
         testsupport::WriteBytes(path, content);
         RpmSigner signer(0);
         signer._File = new FileHelper(path);
@@ -46,7 +46,7 @@ protected:
         return package;
     }
 
-    testsupport::TempDir _Folder;
+    testsupport::TempDir m_Folder;
 };
 
 TEST_F(SignatureHeaderBounds, WellFormedPackagePasses) {
