@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -37,6 +38,18 @@ inline void Append(Bytes& out, const Bytes& more) {
 inline Bytes Concat(const Bytes& a, const Bytes& b) {
     Bytes out(a);
     Append(out, b);
+    return out;
+}
+inline Bytes Concat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& part : parts) {
+        Append(out, part);
+    }
+    return out;
+}
+inline Bytes Be16(size_t value) {
+    Bytes out;
+    PutBe16(out, static_cast<uint32_t>(value));
     return out;
 }
 inline Bytes FromText(const std::string& text) {

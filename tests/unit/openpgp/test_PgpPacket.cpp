@@ -6,6 +6,7 @@
 #include "Exceptions.h"
 #include "MPI.h"
 #include "PgpPacket.h"
+#include "RpmTestBuilder.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -23,27 +24,18 @@ using testsupport::ExpectThrowWithText;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes Concat(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts) {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return all;
-}
+// The byte builders shared with the signature and package tests.
+using rpmtest::Be16;
+using rpmtest::Bytes;
+using rpmtest::Concat;
 
 Bytes Repeat(unsigned char value, size_t count) {
     return Bytes(count, value);
 }
 
-Bytes Be16(size_t value) {
-    return {static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
-}
-
 // An old-format packet with a 2-byte length (tag byte 0x81 | tag << 2).
 Bytes Packet16(unsigned int tag, const Bytes& body) {
-    return Concat({{static_cast<unsigned char>(0x81 | (tag << 2))}, Be16(body.size()), body});
+    return rpmtest::OldPacket(static_cast<int>(tag), body);
 }
 
 Bytes MpiBytes(unsigned int bits, const Bytes& value) {
