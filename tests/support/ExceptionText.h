@@ -32,6 +32,21 @@ template <typename Exception, typename Call> std::string ThrownText(Call call) {
     return "nothing thrown";
 }
 
+// As ThrownText, for an Exception whose subclass Excluded must not be the
+// one thrown (a file error that must not be reported as a missing file).
+template <typename Exception, typename Excluded, typename Call> std::string ThrownTextNotOf(Call call) {
+    try {
+        call();
+    } catch (const Excluded& e) {
+        return std::string("excluded exception type: ") + e.what();
+    } catch (const Exception& e) {
+        return e.what();
+    } catch (const std::exception& e) {
+        return std::string("unexpected exception type: ") + e.what();
+    }
+    return "nothing thrown";
+}
+
 } // namespace testsupport
 
 #endif

@@ -21,6 +21,7 @@
 #include <sys/time.h>
 #include <type_traits>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 using namespace filetest;
@@ -80,32 +81,14 @@ TEST(FileHelperOpen, OtherStatusFailuresArePlainFileIoExceptions) {
     WriteFile(dir.File("plain"), "x");
     // A path through a regular file: ENOTDIR, not a missing file.
     const std::string through = dir.File("plain") + "/x";
-    bool notFound = false;
-    std::string text;
-    try {
-        FileHelper file(through);
-    } catch (const FileNotFoundException&) {
-        notFound = true;
-    } catch (const FileIoException& e) {
-        text = e.what();
-    }
-    EXPECT_FALSE(notFound);
-    EXPECT_EQ(text, kFileError + "Cannot get status for '" + through + "': " + Error(ENOTDIR));
+    EXPECT_EQ(FileErrorText([&] { FileHelper file(through); }),
+              kFileError + "Cannot get status for '" + through + "': " + Error(ENOTDIR));
 
     // A loop of symbolic links: ELOOP.
     ASSERT_EQ(symlink(dir.File("b").c_str(), dir.File("a").c_str()), 0);
     ASSERT_EQ(symlink(dir.File("a").c_str(), dir.File("b").c_str()), 0);
-    notFound = false;
-    text.clear();
-    try {
-        FileHelper file(dir.File("a"));
-    } catch (const FileNotFoundException&) {
-        notFound = true;
-    } catch (const FileIoException& e) {
-        text = e.what();
-    }
-    EXPECT_FALSE(notFound);
-    EXPECT_EQ(text, kFileError + "Cannot get status for '" + dir.File("a") + "': " + Error(ELOOP));
+    EXPECT_EQ(FileErrorText([&] { FileHelper file(dir.File("a")); }),
+              kFileError + "Cannot get status for '" + dir.File("a") + "': " + Error(ELOOP));
 }
 
 TEST(FileHelperOpen, DanglingLinkIsMissing) {
@@ -237,20 +220,11 @@ TEST(FileHelperRead, ShortReadKeepsEarlierBytesOfTheValueBuffer) {
 }
 
 TEST(FileHelperRead, ReadAnswersTheCountTheSystemGave) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "0123456789");
-    FileHelper file(dir.File("f"));
-    char buffer[16] = {};
-    EXPECT_EQ(file.Read(buffer, 4), 4);
-    EXPECT_EQ(std::string(buffer, 4), "0123");
-    EXPECT_EQ(file.Read(buffer, 4), 4); // continues at the current position
-    EXPECT_EQ(std::string(buffer, 4), "4567");
-    EXPECT_EQ(file.Read(buffer, 16), 2); // short, not an error
-    EXPECT_EQ(std::string(buffer, 2), "89");
-    EXPECT_EQ(file.Read(buffer, 16), 0);
-    EXPECT_EQ(file.Read(buffer, 3, 5), 5);
-    EXPECT_EQ(std::string(buffer, 5), "34567");
-    EXPECT_EQ(file.Read(buffer, 100, 5), 0);
+    OpenedTempFile opened("0123456789");
+    FileHelper& file = opened.File();
+    // Each read continues at the current position; a short one is not an error.
+    ExpectSequentialReads(file, {{4, "0123"}, {4, "4567"}, {16, "89"}, {16, ""}});
+    ExpectReads(file, &FileHelper::Read, {{3, 5, "34567"}, {100, 5, ""}});
     EXPECT_EQ(file.GetBufferSize(), 65536u);
 }
 
@@ -265,10 +239,9 @@ TEST(FileHelperRead, FailedReadAnswersMinusOne) {
 }
 
 TEST(FileHelperRead, PositionJudgedByItsLowThirtyTwoBitsAsSigned) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "abcdef");
-    const std::string path = dir.File("f");
-    FileHelper file(path);
+    OpenedTempFile opened("abcdef");
+    FileHelper& file = opened.File();
+    const std::string& path = opened.Path();
     char buffer[4];
     // 2 GiB: the seek succeeds, but its result reads as negative.
     EXPECT_EQ(ThrownText<FileIoException>([&] { file.SetPosition(0x80000000UL); }),
@@ -409,17 +382,8 @@ TEST(FileHelperCreate, OpenExistingReadsAndReportsMissingAsFileIoError) {
     FileHelper file(dir.Path() + "/", "f", true);
     EXPECT_FALSE(file.IsFolder());
     EXPECT_EQ(file.GetUInt32(0), 0x02000000u);
-    bool notFound = false;
-    std::string text;
-    try {
-        FileHelper missing(dir.Path() + "/", "missing", true);
-    } catch (const FileNotFoundException&) {
-        notFound = true;
-    } catch (const FileIoException& e) {
-        text = e.what();
-    }
-    EXPECT_FALSE(notFound);
-    EXPECT_EQ(text, kFileError + "Cannot open file " + dir.File("missing") + ": " + Error(ENOENT));
+    EXPECT_EQ(FileErrorText([&] { FileHelper missing(dir.Path() + "/", "missing", true); }),
+              kFileError + "Cannot open file " + dir.File("missing") + ": " + Error(ENOENT));
 }
 
 // ---------------------------------------------------------------------------
@@ -655,22 +619,22 @@ TEST(FileHelperQuery, GetModificationTime) {
 }
 
 TEST(FileHelperQuery, NameParts) {
-    EXPECT_EQ(FileHelper::GetFilePath("/a/b/c.rpm"), "/a/b");
-    EXPECT_EQ(FileHelper::GetFilePath("c.rpm"), "");
-    EXPECT_EQ(FileHelper::GetFilePath("/c"), "");
-    EXPECT_EQ(FileHelper::GetFilePath("a/"), "a");
-    EXPECT_EQ(FileHelper::GetFilePath(""), "");
-    EXPECT_EQ(FileHelper::GetFileName("/a/b/c.rpm"), "c.rpm");
-    EXPECT_EQ(FileHelper::GetFileName("c.rpm"), "c.rpm");
-    EXPECT_EQ(FileHelper::GetFileName("a/"), "");
+    // Each path and the part of it that one of the three splitters answers.
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [path, folder] :
+         {Case{"/a/b/c.rpm", "/a/b"}, Case{"c.rpm", ""}, Case{"/c", ""}, Case{"a/", "a"}, Case{"", ""}}) {
+        EXPECT_EQ(FileHelper::GetFilePath(path), folder) << path;
+    }
+    for (const auto& [path, name] : {Case{"/a/b/c.rpm", "c.rpm"}, Case{"c.rpm", "c.rpm"}, Case{"a/", ""},
+                                     Case{"C:\\x\\y.rpm", "C:\\x\\y.rpm"}}) {
+        EXPECT_EQ(FileHelper::GetFileName(path), name) << path;
+    }
     EXPECT_EQ(FileHelper::GetFileName("C:\\x\\y.rpm", '\\'), "y.rpm");
-    EXPECT_EQ(FileHelper::GetFileName("C:\\x\\y.rpm"), "C:\\x\\y.rpm");
-    EXPECT_EQ(FileHelper::GetFileExtension("a.RPM"), "rpm");
-    EXPECT_EQ(FileHelper::GetFileExtension("name"), "");
-    EXPECT_EQ(FileHelper::GetFileExtension("x.tar.GZ"), "gz");
-    EXPECT_EQ(FileHelper::GetFileExtension("a."), "");
-    // What follows the last point, even across a slash.
-    EXPECT_EQ(FileHelper::GetFileExtension("dir.D/File"), "d/file");
+    // What follows the last point, lower-cased, even across a slash.
+    for (const auto& [path, extension] : {Case{"a.RPM", "rpm"}, Case{"name", ""}, Case{"x.tar.GZ", "gz"},
+                                          Case{"a.", ""}, Case{"dir.D/File", "d/file"}}) {
+        EXPECT_EQ(FileHelper::GetFileExtension(path), extension) << path;
+    }
 }
 
 TEST(FileHelperQuery, GetSystemFullPath) {

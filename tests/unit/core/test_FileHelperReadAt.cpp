@@ -20,28 +20,19 @@ using testsupport::TempDir;
 using testsupport::WriteFile;
 
 TEST(FileHelperReadAt, AnswersAsThePositionedReadAndKeepsThePosition) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "0123456789");
-    FileHelper file(dir.File("f"));
-    char buffer[16] = {};
-    EXPECT_EQ(file.Read(buffer, 4), 4);
-    EXPECT_EQ(std::string(buffer, 4), "0123");
-    EXPECT_EQ(file.ReadAt(buffer, 6, 3), 3);
-    EXPECT_EQ(std::string(buffer, 3), "678");
-    EXPECT_EQ(file.ReadAt(buffer, 8, 16), 2); // short, not an error
-    EXPECT_EQ(std::string(buffer, 2), "89");
-    EXPECT_EQ(file.ReadAt(buffer, 10, 4), 0);
-    EXPECT_EQ(file.ReadAt(buffer, 100, 4), 0);
+    OpenedTempFile opened("0123456789");
+    FileHelper& file = opened.File();
+    ExpectSequentialReads(file, {{4, "0123"}});
+    ExpectReads(file, &FileHelper::ReadAt,
+                {{6, 3, "678"}, {8, 16, "89"} /* short, not an error */, {10, 4, ""}, {100, 4, ""}});
     // The plain read goes on where the last plain read stopped.
-    EXPECT_EQ(file.Read(buffer, 2), 2);
-    EXPECT_EQ(std::string(buffer, 2), "45");
+    ExpectSequentialReads(file, {{2, "45"}});
 }
 
 TEST(FileHelperReadAt, FailsAsThePositionedRead) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "abcdef");
-    const std::string path = dir.File("f");
-    FileHelper file(path);
+    OpenedTempFile opened("abcdef");
+    FileHelper& file = opened.File();
+    const std::string& path = opened.Path();
     char buffer[4];
     // Positions whose low 32 bits read as negative are refused alike.
     EXPECT_EQ(ThrownText<FileIoException>([&] { file.ReadAt(buffer, 0x80000000UL, 2); }),
@@ -58,18 +49,10 @@ TEST(FileHelperReadAt, FailsAsThePositionedRead) {
 }
 
 TEST(FileHelperReadFullyAt, ReadsUpToTheEndAndNeverMovesThePosition) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "0123456789");
-    FileHelper file(dir.File("f"));
-    char buffer[16] = {};
-    EXPECT_EQ(file.ReadFullyAt(buffer, 2, 5), 5);
-    EXPECT_EQ(std::string(buffer, 5), "23456");
-    EXPECT_EQ(file.ReadFullyAt(buffer, 7, 16), 3);
-    EXPECT_EQ(std::string(buffer, 3), "789");
-    EXPECT_EQ(file.ReadFullyAt(buffer, 10, 4), 0);
-    EXPECT_EQ(file.ReadFullyAt(buffer, 0, 0), 0);
-    EXPECT_EQ(file.Read(buffer, 3), 3);
-    EXPECT_EQ(std::string(buffer, 3), "012");
+    OpenedTempFile opened("0123456789");
+    FileHelper& file = opened.File();
+    ExpectReads(file, &FileHelper::ReadFullyAt, {{2, 5, "23456"}, {7, 16, "789"}, {10, 4, ""}, {0, 0, ""}});
+    ExpectSequentialReads(file, {{3, "012"}});
 }
 
 TEST(FileHelperReadFullyAt, NoBytesStillFailOnAFolder) {
