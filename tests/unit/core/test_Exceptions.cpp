@@ -2,38 +2,57 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
+#include <string>
 #include <type_traits>
 
+namespace {
+
+// The what() text of one exception object and the text it must be.
+struct WhatCase {
+    std::string what;
+    const char* expected;
+};
+
+void ExpectWhatTexts(std::initializer_list<WhatCase> cases) {
+    for (const WhatCase& c : cases) {
+        EXPECT_EQ(c.what, c.expected);
+    }
+}
+
+} // namespace
+
 TEST(Exceptions, TitledClassesPutTitleColonBlankAndDetail) {
-    EXPECT_STREQ(DataFormatException("Unsupported packet tag").what(),
-                 "Invalid format of data: Unsupported packet tag");
-    EXPECT_STREQ(NotImplementedException("x").what(), "Not implemented: x");
-    EXPECT_STREQ(ArgumentException("x").what(), "Invalid argument: x");
-    EXPECT_STREQ(DigestException("x").what(), "Digest calculation error: x");
-    EXPECT_STREQ(Pkcs7InnerException("x").what(), "Error during processing PKCS7 structure: x");
-    EXPECT_STREQ(FileIoException("x").what(), "File operation error: x");
+    ExpectWhatTexts({{DataFormatException("Unsupported packet tag").what(),
+                      "Invalid format of data: Unsupported packet tag"},
+                     {NotImplementedException("x").what(), "Not implemented: x"},
+                     {ArgumentException("x").what(), "Invalid argument: x"},
+                     {DigestException("x").what(), "Digest calculation error: x"},
+                     {Pkcs7InnerException("x").what(), "Error during processing PKCS7 structure: x"},
+                     {FileIoException("x").what(), "File operation error: x"}});
 }
 
 TEST(Exceptions, FileExceptionsPutTheFileOperationTitleFirst) {
-    EXPECT_STREQ(FileNotFoundException("D").what(), "File operation error: File not found: D");
-    EXPECT_STREQ(InvalidFileStructureException("D").what(),
-                 "File operation error: Invalid structure of the file: D");
-    EXPECT_STREQ(NotSupportedFileFormatException("D").what(),
-                 "File operation error: File format is not supported: D");
+    ExpectWhatTexts({{FileNotFoundException("D").what(), "File operation error: File not found: D"},
+                     {InvalidFileStructureException("D").what(),
+                      "File operation error: Invalid structure of the file: D"},
+                     {NotSupportedFileFormatException("D").what(),
+                      "File operation error: File format is not supported: D"}});
 }
 
 TEST(Exceptions, UntitledClassesCarryTheDetailAlone) {
-    EXPECT_STREQ(NotSupportedException("D").what(), "D");
-    EXPECT_STREQ(NotDefinedException("There are no PGP signatures.").what(), "There are no PGP signatures.");
-    EXPECT_STREQ(InternalErrorException("D").what(), "D");
-    EXPECT_STREQ(Base64OperationException("D").what(), "D");
+    ExpectWhatTexts(
+        {{NotSupportedException("D").what(), "D"},
+         {NotDefinedException("There are no PGP signatures.").what(), "There are no PGP signatures."},
+         {InternalErrorException("D").what(), "D"},
+         {Base64OperationException("D").what(), "D"}});
 }
 
 TEST(Exceptions, EmptyDetailKeepsTheSeparatorOnlyForTitledClasses) {
-    EXPECT_STREQ(NotImplementedException("").what(), "Not implemented: ");
-    EXPECT_STREQ(FileNotFoundException("").what(), "File operation error: File not found: ");
-    EXPECT_STREQ(NotSupportedException("").what(), "");
-    EXPECT_STREQ(Base64OperationException("").what(), "");
+    ExpectWhatTexts({{NotImplementedException("").what(), "Not implemented: "},
+                     {FileNotFoundException("").what(), "File operation error: File not found: "},
+                     {NotSupportedException("").what(), ""},
+                     {Base64OperationException("").what(), ""}});
 }
 
 TEST(Exceptions, NullArgumentNamesTheFunction) {

@@ -188,10 +188,29 @@ TEST(Digest, ObjectIdentifierConstantsAreTheDerContentOfEachIdentifier) {
     }
 }
 
+namespace {
+
+const std::string kUndefinedDigest = "Digest calculation error: Undefined type of digest";
+
+// Digest's constructor and its static lookups refuse a type outside its table.
+void ExpectOutsideTheTable(HashAlgorithm type) {
+    SCOPED_TRACE("type " + std::to_string(static_cast<int>(type)));
+    EXPECT_EQ(ExceptionText([&] { Digest digest(type); }), kUndefinedDigest);
+    EXPECT_THROW(Digest digest(type), DigestException);
+    EXPECT_EQ(ExceptionText([&] { Digest::GetMd(type); }), kUndefinedDigest);
+    EXPECT_EQ(ExceptionText([&] { Digest::GetLength(type); }), kUndefinedDigest);
+    EXPECT_THROW(Digest::GetLength(type), DigestException);
+    EXPECT_EQ(
+        ExceptionText([&] { Digest::GetNID(type); }),
+        "File operation error: File format is not supported: The signature is built on a digest calculated "
+        "with not supported hash algorithm");
+    EXPECT_THROW(Digest::GetNID(type), NotSupportedFileFormatException);
+}
+
+} // namespace
+
 TEST(Digest, PeHeaderHashExistsOnlyAsAName) {
-    EXPECT_EQ(ExceptionText([] { Digest digest(soapWrap::PEHeaderHash); }),
-              "Digest calculation error: Undefined type of digest");
-    EXPECT_THROW(Digest digest(kPeHeaderHash), DigestException);
+    ExpectOutsideTheTable(kPeHeaderHash);
 
     PlainDigestBase base(kPeHeaderHash);
     EXPECT_EQ(base.GetType(), kPeHeaderHash);
@@ -199,54 +218,33 @@ TEST(Digest, PeHeaderHashExistsOnlyAsAName) {
     EXPECT_EQ(ExceptionText([&] { base.GetAlgorithmIdentifier(); }),
               "Error during processing PKCS7 structure: unknown hash algorithm");
     EXPECT_THROW(base.GetAlgorithmIdentifier(), Pkcs7InnerException);
-
-    EXPECT_EQ(ExceptionText([] { Digest::GetMd(kPeHeaderHash); }),
-              "Digest calculation error: Undefined type of digest");
-    EXPECT_EQ(ExceptionText([] { Digest::GetLength(kPeHeaderHash); }),
-              "Digest calculation error: Undefined type of digest");
-    EXPECT_EQ(
-        ExceptionText([] { Digest::GetNID(kPeHeaderHash); }),
-        "File operation error: File format is not supported: The signature is built on a digest calculated "
-        "with not supported hash algorithm");
-    EXPECT_THROW(Digest::GetNID(kPeHeaderHash), NotSupportedFileFormatException);
-    EXPECT_THROW(Digest::GetLength(kPeHeaderHash), DigestException);
 }
 
 TEST(Digest, ValuesBeyondTheTableAreRejected) {
+    ExpectOutsideTheTable(kBeyondTable);
     PlainDigestBase base(kBeyondTable);
-    EXPECT_EQ(ExceptionText([&] { base.GetTypeName(); }),
-              "Digest calculation error: Undefined type of digest");
+    EXPECT_EQ(ExceptionText([&] { base.GetTypeName(); }), kUndefinedDigest);
     EXPECT_EQ(ExceptionText([&] { base.GetAlgorithmIdentifier(); }),
               "Error during processing PKCS7 structure: unknown hash algorithm");
-    EXPECT_EQ(ExceptionText([] { Digest digest(kBeyondTable); }),
-              "Digest calculation error: Undefined type of digest");
-    EXPECT_EQ(ExceptionText([] { Digest::GetMd(kBeyondTable); }),
-              "Digest calculation error: Undefined type of digest");
-    EXPECT_EQ(
-        ExceptionText([] { Digest::GetNID(kBeyondTable); }),
-        "File operation error: File format is not supported: The signature is built on a digest calculated "
-        "with not supported hash algorithm");
     // Negative values are as far outside the table as large ones.
+    ExpectOutsideTheTable(static_cast<HashAlgorithm>(-1));
     PlainDigestBase negative(static_cast<HashAlgorithm>(-1));
-    EXPECT_EQ(ExceptionText([&] { negative.GetTypeName(); }),
-              "Digest calculation error: Undefined type of digest");
-    EXPECT_EQ(ExceptionText([] { Digest::GetLength(static_cast<HashAlgorithm>(-1)); }),
-              "Digest calculation error: Undefined type of digest");
+    EXPECT_EQ(ExceptionText([&] { negative.GetTypeName(); }), kUndefinedDigest);
 }
 
 TEST(Digest, TypeByNidAcceptsDigestAndRsaSignatureNids) {
-    EXPECT_EQ(Digest::GetTypeByNid(64), soapWrap::SHA1);
-    EXPECT_EQ(Digest::GetTypeByNid(65), soapWrap::SHA1);
-    EXPECT_EQ(Digest::GetTypeByNid(4), soapWrap::MD5);
-    EXPECT_EQ(Digest::GetTypeByNid(8), soapWrap::MD5);
-    EXPECT_EQ(Digest::GetTypeByNid(668), soapWrap::SHA256);
-    EXPECT_EQ(Digest::GetTypeByNid(672), soapWrap::SHA256);
-    EXPECT_EQ(Digest::GetTypeByNid(669), soapWrap::SHA384);
-    EXPECT_EQ(Digest::GetTypeByNid(673), soapWrap::SHA384);
-    EXPECT_EQ(Digest::GetTypeByNid(670), soapWrap::SHA512);
-    EXPECT_EQ(Digest::GetTypeByNid(674), soapWrap::SHA512);
-    EXPECT_EQ(Digest::GetTypeByNid(671), soapWrap::SHA224);
-    EXPECT_EQ(Digest::GetTypeByNid(675), soapWrap::SHA224);
+    // Each algorithm with the NID of its digest and of its RSA signature.
+    struct Case {
+        HashAlgorithm type;
+        unsigned int digestNid;
+        unsigned int signatureNid;
+    };
+    for (const Case& c : {Case{soapWrap::SHA1, 64, 65}, Case{soapWrap::MD5, 4, 8},
+                          Case{soapWrap::SHA256, 668, 672}, Case{soapWrap::SHA384, 669, 673},
+                          Case{soapWrap::SHA512, 670, 674}, Case{soapWrap::SHA224, 671, 675}}) {
+        EXPECT_EQ(Digest::GetTypeByNid(c.digestNid), c.type);
+        EXPECT_EQ(Digest::GetTypeByNid(c.signatureNid), c.type);
+    }
 }
 
 TEST(Digest, TypeByNidRejectsOtherNids) {

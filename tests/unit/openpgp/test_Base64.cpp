@@ -90,26 +90,33 @@ std::string ArmorBodyWithChecksum(const std::string& armored) {
     return armored.substr(start, stop - start);
 }
 
+// The test vectors of RFC 4648, section 10: each plain text and its encoding.
+struct Rfc4648Vector {
+    const char* plain;
+    const char* encoded;
+};
+const Rfc4648Vector kRfc4648Vectors[] = {
+    {"", ""},
+    {"f", "Zg=="},
+    {"fo", "Zm8="},
+    {"foo", "Zm9v"},
+    {"foob", "Zm9vYg=="},
+    {"fooba", "Zm9vYmE="},
+    {"foobar", "Zm9vYmFy"},
+};
+
 } // namespace
 
 TEST(Base64Encode, Rfc4648Vectors) {
-    EXPECT_EQ(EncodeText(""), "");
-    EXPECT_EQ(EncodeText("f"), "Zg==");
-    EXPECT_EQ(EncodeText("fo"), "Zm8=");
-    EXPECT_EQ(EncodeText("foo"), "Zm9v");
-    EXPECT_EQ(EncodeText("foob"), "Zm9vYg==");
-    EXPECT_EQ(EncodeText("fooba"), "Zm9vYmE=");
-    EXPECT_EQ(EncodeText("foobar"), "Zm9vYmFy");
+    for (const Rfc4648Vector& vector : kRfc4648Vectors) {
+        EXPECT_EQ(EncodeText(vector.plain), vector.encoded) << "plain: " << vector.plain;
+    }
 }
 
 TEST(Base64Decode, Rfc4648Vectors) {
-    EXPECT_EQ(DecodeText(""), "");
-    EXPECT_EQ(DecodeText("Zg=="), "f");
-    EXPECT_EQ(DecodeText("Zm8="), "fo");
-    EXPECT_EQ(DecodeText("Zm9v"), "foo");
-    EXPECT_EQ(DecodeText("Zm9vYg=="), "foob");
-    EXPECT_EQ(DecodeText("Zm9vYmE="), "fooba");
-    EXPECT_EQ(DecodeText("Zm9vYmFy"), "foobar");
+    for (const Rfc4648Vector& vector : kRfc4648Vectors) {
+        EXPECT_EQ(DecodeText(vector.encoded), vector.plain) << "encoded: " << vector.encoded;
+    }
 }
 
 TEST(Base64Encode, ManExamples) {
