@@ -56,6 +56,9 @@ inline Bytes FromText(const std::string& text) {
     return Bytes(text.begin(), text.end());
 }
 
+// The start of every text of an InvalidFileStructureException.
+constexpr char kStructure[] = "File operation error: Invalid structure of the file: ";
+
 // OpenPGP hash-algorithm octets used by the tests.
 constexpr unsigned char kPgpMd5 = 1;
 constexpr unsigned char kPgpSha1 = 2;

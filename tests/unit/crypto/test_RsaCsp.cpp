@@ -3,6 +3,7 @@
 #include "Exceptions.h"
 #include "RsaCsp.h"
 
+#include "ExceptionText.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -19,6 +20,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+using testsupport::ExpectThrowWithText;
 
 using Bytes = std::vector<unsigned char>;
 
@@ -323,12 +326,9 @@ TEST_F(RsaCspTest, PssWithAnAlgorithmWithoutDigestThrows) {
     Bytes digest = DigestOf(soapWrap::SHA256, *m_Data);
     Bytes signature = Sign("-sha256 -sigopt rsa_padding_mode:pss");
     RsaCsp csp = MakeCsp();
-    try {
-        csp.Verify_PSS(soapWrap::PEHeaderHash, digest.data(), 32, signature.data(), 256);
-        FAIL() << "no exception";
-    } catch (const DigestException& e) {
-        EXPECT_STREQ(e.what(), "Digest calculation error: Undefined type of digest");
-    }
+    ExpectThrowWithText<DigestException>(
+        [&] { csp.Verify_PSS(soapWrap::PEHeaderHash, digest.data(), 32, signature.data(), 256); },
+        "Digest calculation error: Undefined type of digest");
 }
 
 TEST_F(RsaCspTest, LeadingZeroMpiBytesYieldTheSameKey) {

@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+using testsupport::ExpectThrowWithText;
+
 namespace {
 
 // Counts how many digests of this kind have been destroyed.
@@ -169,12 +171,7 @@ TEST_F(SignatureTest, RsaIsThePublicKeyAlgorithm) {
 
 TEST_F(SignatureTest, SignedHashSizeOfAnotherAlgorithmIsNotImplemented) {
     NonRsaSignature signature;
-    try {
-        signature.GetSignedHashSize();
-        FAIL() << "no exception";
-    } catch (const NotImplementedException& error) {
-        EXPECT_STREQ("Not implemented: ", error.what());
-    }
+    ExpectThrowWithText<NotImplementedException>([&] { signature.GetSignedHashSize(); }, "Not implemented: ");
 }
 
 TEST_F(SignatureTest, UpdateDigestsOfTheBaseDoesNothing) {

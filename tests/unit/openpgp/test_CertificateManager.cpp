@@ -3,6 +3,7 @@
 // unimplemented formats, the singleton, and the PEM wrapping of DER bytes.
 #include "CertificateManager.h"
 #include "Digest.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "Fixtures.h"
 #include "PgpCertificate.h"
@@ -18,6 +19,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+using testsupport::ExpectThrowWithText;
 
 namespace {
 
@@ -171,38 +174,24 @@ TEST_F(CertificateManagerTest, MissingKeyFile) {
     testsupport::TempDir folder;
     const std::string missing = folder.File("absent.asc");
     m_Store->SetPgpPublicKeyFilePath(missing);
-    try {
-        m_Store->LoadPgpPublicKey();
-        FAIL() << "no exception";
-    } catch (const FileNotFoundException& error) {
-        EXPECT_EQ("File operation error: File not found: Cannot get status for '" + missing +
-                      "': No such file or directory",
-                  std::string(error.what()));
-    }
+    ExpectThrowWithText<FileNotFoundException>(
+        [&] { m_Store->LoadPgpPublicKey(); },
+        "File operation error: File not found: Cannot get status for '" + missing +
+            "': No such file or directory");
     EXPECT_EQ(0u, m_Store->GetCertificateCount());
 }
 
 TEST_F(CertificateManagerTest, EmptyPathIsAMissingFile) {
-    try {
-        m_Store->LoadPgpPublicKey();
-        FAIL() << "no exception";
-    } catch (const FileNotFoundException& error) {
-        EXPECT_STREQ(
-            "File operation error: File not found: Cannot get status for '': No such file or directory",
-            error.what());
-    }
+    ExpectThrowWithText<FileNotFoundException>(
+        [&] { m_Store->LoadPgpPublicKey(); },
+        "File operation error: File not found: Cannot get status for '': No such file or directory");
 }
 
 TEST_F(CertificateManagerTest, FolderAsKeyFile) {
     testsupport::TempDir folder;
     m_Store->SetPgpPublicKeyFilePath(folder.Path());
-    try {
-        m_Store->LoadPgpPublicKey();
-        FAIL() << "no exception";
-    } catch (const FileIoException& error) {
-        EXPECT_EQ("File operation error: File '" + folder.Path() + "' was not open",
-                  std::string(error.what()));
-    }
+    ExpectThrowWithText<FileIoException>([&] { m_Store->LoadPgpPublicKey(); },
+                                         "File operation error: File '" + folder.Path() + "' was not open");
     EXPECT_EQ(0u, m_Store->GetCertificateCount());
 }
 
@@ -213,12 +202,8 @@ TEST_F(CertificateManagerTest, BrokenKeyFilesLeaveTheStoreAlone) {
 
     testsupport::WriteFile(broken, "this is not a key\n");
     m_Store->SetPgpPublicKeyFilePath(broken);
-    try {
-        m_Store->LoadPgpPublicKey();
-        FAIL() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ("Invalid format of data: PGP public key is not found", error.what());
-    }
+    ExpectThrowWithText<DataFormatException>([&] { m_Store->LoadPgpPublicKey(); },
+                                             "Invalid format of data: PGP public key is not found");
 
     // A binary key cut short inside its modulus.
     std::string key = testsupport::ReadFile(fixtures::KeyBinary("rsa2048"));

@@ -2,6 +2,7 @@
 // exponent that gpg itself reports, and the RSA provider built from them
 // checks gpg's own signatures.
 #include "Csp.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "PgpCertificate.h"
 #include "PgpMessage.h"
@@ -18,6 +19,8 @@
 #include <sstream>
 #include <string>
 #include <vector>
+
+using testsupport::ExpectThrowWithText;
 
 namespace {
 
@@ -136,12 +139,7 @@ std::vector<unsigned char> SignedDigest(const std::string& data, const PgpSignat
 } // namespace
 
 TEST(PgpCertificateConstruction, NullMessageIsRefused) {
-    try {
-        PgpCertificate certificate(nullptr);
-        FAIL() << "no exception";
-    } catch (const ArgumentException& error) {
-        EXPECT_EQ(std::string(error.what()), kNullArgument);
-    }
+    ExpectThrowWithText<ArgumentException>([&] { PgpCertificate certificate(nullptr); }, kNullArgument);
 }
 
 TEST(PgpCertificateConstruction, MessageWithoutPublicKeyIsRefused) {
@@ -152,14 +150,9 @@ TEST(PgpCertificateConstruction, MessageWithoutPublicKeyIsRefused) {
     PgpMessage* message = NewMessage(bytes);
     ASSERT_EQ(message->GetPublicKey(), nullptr);
     ASSERT_NE(message->GetSignature(), nullptr);
-    try {
-        // The certificate owns the message, also when it refuses it (the
-        // leak checker of the sanitizer build watches this).
-        PgpCertificate certificate(message);
-        FAIL() << "no exception";
-    } catch (const ArgumentException& error) {
-        EXPECT_EQ(std::string(error.what()), kNullArgument);
-    }
+    // The certificate owns the message, also when it refuses it (the
+    // leak checker of the sanitizer build watches this).
+    ExpectThrowWithText<ArgumentException>([&] { PgpCertificate certificate(message); }, kNullArgument);
 }
 
 TEST(PgpCertificateRealKeys, KeyLengthProviderAndMessage) {

@@ -3,6 +3,7 @@
 // test, and the entry-encoding helpers of the writing side.
 #include "CertificateManager.h"
 #include "Digest.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "RpmSignature.h"
 #include "RpmTestBuilder.h"
@@ -19,9 +20,8 @@ namespace {
 
 using rpmtest::Bytes;
 using rpmtest::Entry;
+using rpmtest::kStructure;
 using rpmtest::OwnKey;
-
-constexpr char kStructure[] = "File operation error: Invalid structure of the file: ";
 
 // A signature header's index and data store with the container built over it.
 struct Container {
@@ -128,12 +128,8 @@ TEST(RpmSignatureParse, EmptyIndex) {
     EXPECT_TRUE(signature.GetPgpSignatures().empty());
     EXPECT_EQ(0u, signature.GetHeader().indexCount);
     EXPECT_EQ(reinterpret_cast<const SignatureEntry*>(container->buffer.data()), signature.GetEntries());
-    try {
-        signature.GetHashAlgorithm();
-        FAIL() << "no exception";
-    } catch (const NotDefinedException& error) {
-        EXPECT_STREQ("There are no PGP signatures.", error.what());
-    }
+    testsupport::ExpectThrowWithText<NotDefinedException>([&] { signature.GetHashAlgorithm(); },
+                                                          "There are no PGP signatures.");
 }
 
 TEST(RpmSignatureParse, EntriesAreConvertedInPlace) {
@@ -446,12 +442,8 @@ TEST_F(RpmSignatureVerify, FailedRsaCheckLeavesVerifyAtOnce) {
                             PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
     Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
     std::string message;
-    try {
-        container->signature->Verify(message);
-        FAIL() << "no exception";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ("basic_string::_S_construct NULL not valid", error.what());
-    }
+    testsupport::ExpectThrowWithText<std::logic_error>([&] { container->signature->Verify(message); },
+                                                       "basic_string::_S_construct NULL not valid");
     EXPECT_EQ("", message);
 }
 

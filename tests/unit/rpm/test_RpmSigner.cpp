@@ -24,9 +24,8 @@ namespace {
 
 using rpmtest::Bytes;
 using rpmtest::Entry;
+using rpmtest::kStructure;
 using rpmtest::OwnKey;
-
-constexpr char kStructure[] = "File operation error: Invalid structure of the file: ";
 
 // Read system calls made by this process so far.
 long ReadCalls() {
@@ -568,19 +567,12 @@ TEST_F(RpmSignerTest, FixturePackageAgainstItsOwnOtherKey) {
 TEST(Signer, NotImplementedOperations) {
     RpmSigner signer(3);
     Signer& base = signer;
-    try {
-        base.BuildContentInfo(soapWrap::SHA256, true);
-        FAIL() << "no exception";
-    } catch (const NotImplementedException& error) {
-        EXPECT_STREQ("Not implemented: BuildContentInfo method with hash algorithm specification",
-                     error.what());
-    }
-    try {
-        base.BuildContentInfo(false);
-        FAIL() << "no exception";
-    } catch (const NotImplementedException& error) {
-        EXPECT_STREQ("Not implemented: RpmSigner::BuildContentInfo() is not implemented", error.what());
-    }
+    testsupport::ExpectThrowWithText<NotImplementedException>(
+        [&] { base.BuildContentInfo(soapWrap::SHA256, true); },
+        "Not implemented: BuildContentInfo method with hash algorithm specification");
+    testsupport::ExpectThrowWithText<NotImplementedException>(
+        [&] { base.BuildContentInfo(false); },
+        "Not implemented: RpmSigner::BuildContentInfo() is not implemented");
     EXPECT_FALSE(base.IsCatSpecificContentInfo());
     EXPECT_EQ(nullptr, base.GetDigest());
     EXPECT_EQ(4u, base.GetFileType());

@@ -17,9 +17,8 @@ namespace {
 
 using rpmtest::Bytes;
 using rpmtest::Entry;
+using rpmtest::kStructure;
 using rpmtest::OwnKey;
-
-constexpr char kStructure[] = "File operation error: Invalid structure of the file: ";
 
 class SignatureHeaderBounds : public ::testing::Test {
 protected:
