@@ -30,6 +30,17 @@ inline const std::vector<std::string>& DetachedSignatureKeyNames() {
     return names;
 }
 
+// The three RSA key sizes of the fixture set, each name with its modulus size
+// in bits.
+struct SizedKey {
+    const char* name;
+    uint64_t bits;
+};
+inline const std::vector<SizedKey>& SizedKeys() {
+    static const std::vector<SizedKey> keys{{"rsa2048", 2048}, {"rsa3072", 3072}, {"rsa4096", 4096}};
+    return keys;
+}
+
 // The digest names used in fixture file names, with gpg's names and the
 // OpenPGP hash algorithm numbers.
 inline const std::vector<std::string>& DigestNames() {

@@ -16,6 +16,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace rpmtest {
@@ -67,23 +68,17 @@ constexpr unsigned char kPgpSha384 = 9;
 constexpr unsigned char kPgpSha512 = 10;
 constexpr unsigned char kPgpSha224 = 11;
 
+// The OpenSSL digest of an OpenPGP hash-algorithm octet.
 inline const EVP_MD* MdOfPgpOctet(unsigned char octet) {
-    switch (octet) {
-    case kPgpMd5:
-        return EVP_md5();
-    case kPgpSha1:
-        return EVP_sha1();
-    case kPgpSha256:
-        return EVP_sha256();
-    case kPgpSha384:
-        return EVP_sha384();
-    case kPgpSha512:
-        return EVP_sha512();
-    case kPgpSha224:
-        return EVP_sha224();
-    default:
-        throw std::invalid_argument("hash octet");
+    const std::pair<unsigned char, const EVP_MD* (*)()> known[] = {
+        {kPgpMd5, EVP_md5},       {kPgpSha1, EVP_sha1},     {kPgpSha256, EVP_sha256},
+        {kPgpSha384, EVP_sha384}, {kPgpSha512, EVP_sha512}, {kPgpSha224, EVP_sha224}};
+    for (const auto& [knownOctet, md] : known) {
+        if (knownOctet == octet) {
+            return md();
+        }
     }
+    throw std::invalid_argument("hash octet");
 }
 
 // A digest computed directly with OpenSSL, as the reference value.
@@ -155,22 +150,42 @@ struct SignatureSpec {
     Bytes issuer;
 };
 
+// The start of a version-4 signature body, which its trailer hashes too:
+// version, type, algorithms and the hashed subpacket area with its length.
+inline Bytes Version4HashedPart(const SignatureSpec& spec) {
+    Bytes out = {4, spec.type, spec.publicKeyAlgorithm, spec.hashAlgorithm};
+    PutBe16(out, static_cast<uint32_t>(spec.hashed.size()));
+    Append(out, spec.hashed);
+    return out;
+}
+
 // The bytes hashed after the signed data.
 inline Bytes Trailer(const SignatureSpec& spec) {
-    Bytes out;
     if (spec.version == 3) {
         return spec.hashed;
     }
-    out.push_back(4);
-    out.push_back(spec.type);
-    out.push_back(spec.publicKeyAlgorithm);
-    out.push_back(spec.hashAlgorithm);
-    PutBe16(out, static_cast<uint32_t>(spec.hashed.size()));
-    Append(out, spec.hashed);
+    Bytes out = Version4HashedPart(spec);
     out.push_back(4);
     out.push_back(0xFF);
     PutBe32(out, static_cast<uint32_t>(spec.hashed.size() + 6));
     return out;
+}
+
+// A version-4 signature's fields as a spec (its hashed subpacket area copied).
+inline SignatureSpec Version4Spec(unsigned char type, unsigned char publicKeyAlgorithm,
+                                  unsigned char hashAlgorithm, const unsigned char* hashed,
+                                  size_t hashedLength) {
+    SignatureSpec spec;
+    spec.type = type;
+    spec.publicKeyAlgorithm = publicKeyAlgorithm;
+    spec.hashAlgorithm = hashAlgorithm;
+    spec.hashed.assign(hashed, hashed + hashedLength);
+    return spec;
+}
+
+// The digest that a signature of spec over data signs: the data, then the trailer.
+inline Bytes SignedHash(const SignatureSpec& spec, const Bytes& data) {
+    return Hash(MdOfPgpOctet(spec.hashAlgorithm), Concat(data, Trailer(spec)));
 }
 
 // Lays out a signature packet around the given quick-check bytes and signature value.
@@ -178,19 +193,14 @@ inline Bytes SignaturePacket(const SignatureSpec& spec, const unsigned char left
                              const Bytes& signature) {
     Bytes body;
     if (spec.version == 3) {
-        body.push_back(3);
-        body.push_back(static_cast<unsigned char>(spec.hashed.size()));
+        body = {3, static_cast<unsigned char>(spec.hashed.size())};
         Append(body, spec.hashed);
         Append(body, spec.issuer);
         body.push_back(spec.publicKeyAlgorithm);
         body.push_back(spec.hashAlgorithm);
     } else {
-        body.push_back(4);
-        body.push_back(spec.type);
-        body.push_back(spec.publicKeyAlgorithm);
-        body.push_back(spec.hashAlgorithm);
-        PutBe16(body, static_cast<uint32_t>(spec.hashed.size()));
-        Append(body, spec.hashed);
+        body = Version4HashedPart(spec);
+        // The unhashed area: one issuer subpacket (length 9, type 16).
         PutBe16(body, 10);
         body.push_back(9);
         body.push_back(16);
@@ -236,9 +246,8 @@ public:
 
     // A signature packet over data made with this key.
     Bytes Sign(const SignatureSpec& spec, const Bytes& data) const {
-        const EVP_MD* md = MdOfPgpOctet(spec.hashAlgorithm);
-        Bytes digest = Hash(md, Concat(data, Trailer(spec)));
-        return SignaturePacket(spec, digest.data(), SignDigest(md, digest));
+        const Bytes digest = SignedHash(spec, data);
+        return SignaturePacket(spec, digest.data(), SignDigest(MdOfPgpOctet(spec.hashAlgorithm), digest));
     }
 
     // A binary key file: the version-4 RSA public key, a user ID and a

@@ -4,14 +4,15 @@
 #include "Csp.h"
 #include "ExceptionText.h"
 #include "Exceptions.h"
+#include "Fixtures.h"
 #include "PgpCertificate.h"
 #include "PgpMessage.h"
+#include "RpmTestBuilder.h"
 #include "TestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <openssl/evp.h>
-#include <openssl/obj_mac.h>
 
 #include <cctype>
 #include <cstdint>
@@ -88,52 +89,15 @@ std::vector<std::string> GpgKeyData(const std::string& keyFile) {
     return numbers;
 }
 
-// The digest of the data and the version-4 signature trailer.
+// The digest of the data and the version-4 signature trailer, and the NID
+// of its hash algorithm.
 std::vector<unsigned char> SignedDigest(const std::string& data, const PgpSignatureData& signature,
                                         int& nid) {
-    const EVP_MD* md = nullptr;
-    switch (signature.GetHashAlgorithm()) {
-    case PgpHashSha1:
-        md = EVP_sha1();
-        nid = NID_sha1;
-        break;
-    case PgpHashSha256:
-        md = EVP_sha256();
-        nid = NID_sha256;
-        break;
-    case PgpHashSha512:
-        md = EVP_sha512();
-        nid = NID_sha512;
-        break;
-    default:
-        ADD_FAILURE() << "unexpected hash " << int(signature.GetHashAlgorithm());
-        return {};
-    }
-    std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-    EVP_DigestInit_ex(context.get(), md, nullptr);
-    EVP_DigestUpdate(context.get(), data.data(), data.size());
-    uint16_t hashedLength = signature.GetHashedLength();
-    unsigned char head[6] = {4,
-                             signature.GetType(),
-                             signature.GetPublicKeyAlgorithm(),
-                             signature.GetHashAlgorithm(),
-                             static_cast<unsigned char>(hashedLength >> 8),
-                             static_cast<unsigned char>(hashedLength)};
-    EVP_DigestUpdate(context.get(), head, sizeof(head));
-    EVP_DigestUpdate(context.get(), signature.GetHashedData(), hashedLength);
-    uint32_t count = hashedLength + 6u;
-    unsigned char tail[6] = {4,
-                             0xFF,
-                             static_cast<unsigned char>(count >> 24),
-                             static_cast<unsigned char>(count >> 16),
-                             static_cast<unsigned char>(count >> 8),
-                             static_cast<unsigned char>(count)};
-    EVP_DigestUpdate(context.get(), tail, sizeof(tail));
-    std::vector<unsigned char> digest(EVP_MAX_MD_SIZE);
-    unsigned int length = 0;
-    EVP_DigestFinal_ex(context.get(), digest.data(), &length);
-    digest.resize(length);
-    return digest;
+    const rpmtest::SignatureSpec spec = rpmtest::Version4Spec(
+        signature.GetType(), signature.GetPublicKeyAlgorithm(), signature.GetHashAlgorithm(),
+        signature.GetHashedData(), signature.GetHashedLength());
+    nid = EVP_MD_get_type(rpmtest::MdOfPgpOctet(spec.hashAlgorithm));
+    return rpmtest::SignedHash(spec, rpmtest::FromText(data));
 }
 
 } // namespace
@@ -156,12 +120,7 @@ TEST(PgpCertificateConstruction, MessageWithoutPublicKeyIsRefused) {
 }
 
 TEST(PgpCertificateRealKeys, KeyLengthProviderAndMessage) {
-    struct Expected {
-        const char* name;
-        uint64_t bits;
-    };
-    for (const Expected& expected :
-         {Expected{"rsa2048", 2048}, Expected{"rsa3072", 3072}, Expected{"rsa4096", 4096}}) {
+    for (const fixtures::SizedKey& expected : fixtures::SizedKeys()) {
         std::string asc = KeyPath(std::string(expected.name) + ".asc");
         REQUIRE_FIXTURE(asc);
         std::vector<std::string> gpgNumbers = GpgKeyData(asc);
