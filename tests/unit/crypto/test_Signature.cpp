@@ -1,13 +1,16 @@
 // The digest-holding base of signature containers: which digests it owns,
 // how keys are looked up, the additional-info store and the signed-hash size.
 #include "Digest.h"
+#include "ExceptionText.h"
 #include "Exceptions.h"
 #include "Signature.h"
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 
 using testsupport::ExpectThrowWithText;
 
@@ -108,25 +111,32 @@ TEST_F(SignatureTest, SecondDigestUnderSameKeyReplacesTheFirst) {
     EXPECT_EQ(2, CountingDigest::Destroyed);
 }
 
+namespace {
+
+// Stores each digest (or null) under its key, then expects every key to give
+// back what was stored under it.
+void ExpectStoredAndFound(PlainSignature& signature,
+                          std::initializer_list<std::pair<int, DigestBase*>> stored) {
+    for (const auto& [key, digest] : stored) {
+        signature.SetDigest(key, digest);
+    }
+    for (const auto& [key, digest] : stored) {
+        EXPECT_EQ(digest, signature.GetDigest(key)) << "key " << key;
+    }
+}
+
+} // namespace
+
 TEST_F(SignatureTest, TwoKeysAreBothFound) {
     PlainSignature signature;
-    auto* a = new CountingDigest(soapWrap::SHA1);
-    auto* b = new CountingDigest(soapWrap::MD5);
-    signature.SetDigest(1, a);
-    signature.SetDigest(2, b);
-    EXPECT_EQ(a, signature.GetDigest(1));
-    EXPECT_EQ(b, signature.GetDigest(2));
+    ExpectStoredAndFound(signature,
+                         {{1, new CountingDigest(soapWrap::SHA1)}, {2, new CountingDigest(soapWrap::MD5)}});
     EXPECT_EQ(nullptr, signature.GetDigest(0));
 }
 
 TEST_F(SignatureTest, NullDigestMayBeStored) {
     PlainSignature signature;
-    signature.SetDigest(0, new CountingDigest());
-    signature.SetDigest(1, new CountingDigest());
-    signature.SetDigest(2, nullptr);
-    EXPECT_NE(nullptr, signature.GetDigest(0));
-    EXPECT_NE(nullptr, signature.GetDigest(1));
-    EXPECT_EQ(nullptr, signature.GetDigest(2));
+    ExpectStoredAndFound(signature, {{0, new CountingDigest()}, {1, new CountingDigest()}, {2, nullptr}});
 }
 
 TEST_F(SignatureTest, SixDigestsAsTheRpmContainerHoldsThem) {

@@ -13,9 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 using testsupport::ExpectThrowWithText;
 
@@ -252,6 +254,20 @@ TEST(PgpSignatureTrailer, NoDigestToFinish) {
 class PgpSignatureFixtures : public ::testing::Test {
 protected:
     void TearDown() override { UseKey(""); }
+
+    // Verifies the detached signature that key made with digest over
+    // data/data.bin, with the data byte at changed by mask, against the key
+    // file keyFile; message holds the text before and after.
+    static ProcessingResult VerifyChangedData(size_t at, unsigned char mask, const std::string& keyFile,
+                                              const std::string& key, const std::string& digest,
+                                              std::string& message) {
+        Bytes data = testsupport::ReadBytes(fixtures::DataFile());
+        data[at] ^= mask;
+        UseKey(keyFile);
+        auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature(key, digest)));
+        parsed->LendDigest(AlgorithmOfName(digest), data);
+        return parsed->signature->Verify(message);
+    }
 };
 
 TEST_F(PgpSignatureFixtures, DetachedSignaturesVerify) {
@@ -418,13 +434,9 @@ TEST_F(PgpSignatureFixtures, EveryByteChangeOfARealSignatureIsNeverValid) {
 }
 
 TEST_F(PgpSignatureFixtures, MessagesAreAppended) {
-    Bytes data = testsupport::ReadBytes(fixtures::DataFile());
-    data[0] ^= 0x80;
-    UseKey(fixtures::KeyArmored("rsa2048"));
-    auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha256")));
-    parsed->LendDigest(soapWrap::SHA256, data);
     std::string message = "before.";
-    EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message));
+    EXPECT_EQ(InvalidSignature,
+              VerifyChangedData(0, 0x80, fixtures::KeyArmored("rsa2048"), "rsa2048", "sha256", message));
     EXPECT_EQ(std::string("before.") + kQuickCheckFailure, message);
 }
 
@@ -441,13 +453,9 @@ TEST_F(PgpSignatureFixtures, AnotherKeyFailsTheKeyCheck) {
 }
 
 TEST_F(PgpSignatureFixtures, QuickCheckComesBeforeKeyCheck) {
-    Bytes data = testsupport::ReadBytes(fixtures::DataFile());
-    data[1] ^= 0x10;
-    UseKey(fixtures::KeyArmored("other2048"));
-    auto parsed = Parse(testsupport::ReadBytes(fixtures::DetachedSignature("rsa2048", "sha1")));
-    parsed->LendDigest(soapWrap::SHA1, data);
     std::string message;
-    EXPECT_EQ(InvalidSignature, parsed->signature->Verify(message));
+    EXPECT_EQ(InvalidSignature,
+              VerifyChangedData(1, 0x10, fixtures::KeyArmored("other2048"), "rsa2048", "sha1", message));
     EXPECT_EQ(kQuickCheckFailure, message);
 }
 
@@ -601,6 +609,16 @@ TEST_F(PgpSignatureOwnKey, OtherIssuerIsAnotherCertificate) {
 
 // ------------------------------------------------------------- signing
 
+// Expects each run of bytes at its offset in packet.
+void ExpectRunsAt(const Bytes& packet, std::initializer_list<std::pair<size_t, Bytes>> runs) {
+    for (const auto& [offset, run] : runs) {
+        ASSERT_LE(offset + run.size(), packet.size()) << "at offset " << offset;
+        EXPECT_EQ(run, Bytes(packet.begin() + static_cast<long>(offset),
+                             packet.begin() + static_cast<long>(offset + run.size())))
+            << "at offset " << offset;
+    }
+}
+
 TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionFourPacketThatVerifies) {
     const Bytes data = rpmtest::Payload(777);
     const Bytes& keyId = OwnKey::Get().KeyId();
@@ -623,27 +641,13 @@ TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionFourPacketThatVerifies) {
     ASSERT_EQ(287u, packet.bytes.size());
 
     const Bytes& bytes = packet.bytes;
-    EXPECT_EQ(0x89, bytes[0]);
-    EXPECT_EQ(0x01, bytes[1]);
-    EXPECT_EQ(0x1C, bytes[2]); // 287 - 3
-    EXPECT_EQ(4, bytes[3]);
-    EXPECT_EQ(0x00, bytes[4]);
-    EXPECT_EQ(1, bytes[5]);
-    EXPECT_EQ(8, bytes[6]);
-    EXPECT_EQ(0, bytes[7]);
-    EXPECT_EQ(6, bytes[8]);
-    EXPECT_EQ(Bytes(fields.GetHashedData(), fields.GetHashedData() + 6),
-              Bytes(bytes.begin() + 9, bytes.begin() + 15));
-    EXPECT_EQ(0, bytes[15]);
-    EXPECT_EQ(10, bytes[16]);
-    EXPECT_EQ(9, bytes[17]);
-    EXPECT_EQ(16, bytes[18]);
-    EXPECT_EQ(keyId, Bytes(bytes.begin() + 19, bytes.begin() + 27));
-    EXPECT_EQ(hash[0], bytes[27]);
-    EXPECT_EQ(hash[1], bytes[28]);
-    EXPECT_EQ(0x08, bytes[29]);
-    EXPECT_EQ(0x00, bytes[30]);
-    EXPECT_EQ(value, Bytes(bytes.begin() + 31, bytes.end()));
+    ExpectRunsAt(bytes, {{0, {0x89, 0x01, 0x1C}}, // old format, 2-byte length 287 - 3
+                         {3, {4, 0x00, 1, 8, 0, 6}},
+                         {9, Bytes(fields.GetHashedData(), fields.GetHashedData() + 6)},
+                         {15, {0, 10, 9, 16}},
+                         {19, keyId},
+                         {27, {hash[0], hash[1], 0x08, 0x00}},
+                         {31, value}});
 
     // The packet parses and verifies against the key.
     auto parsed = Parse(bytes);
@@ -663,23 +667,13 @@ TEST_F(PgpSignatureOwnKey, SignLaysOutAVersionThreePacket) {
     SignedPacket packet = SignPacket(signer, value);
     EXPECT_EQ(Valid, packet.result);
     ASSERT_EQ(280u, packet.bytes.size());
-    const Bytes& bytes = packet.bytes;
-    EXPECT_EQ(0x89, bytes[0]);
-    EXPECT_EQ(0x01, bytes[1]);
-    EXPECT_EQ(0x15, bytes[2]); // 280 - 3
-    EXPECT_EQ(3, bytes[3]);
-    EXPECT_EQ(5, bytes[4]);
-    EXPECT_EQ(Bytes(fields.GetHashedData(), fields.GetHashedData() + 5),
-              Bytes(bytes.begin() + 5, bytes.begin() + 10));
-    EXPECT_EQ(0, bytes[5]);
-    EXPECT_EQ(keyId, Bytes(bytes.begin() + 10, bytes.begin() + 18));
-    EXPECT_EQ(1, bytes[18]);
-    EXPECT_EQ(2, bytes[19]);
-    EXPECT_EQ(hash[0], bytes[20]);
-    EXPECT_EQ(hash[1], bytes[21]);
-    EXPECT_EQ(0x08, bytes[22]);
-    EXPECT_EQ(0x00, bytes[23]);
-    EXPECT_EQ(value, Bytes(bytes.begin() + 24, bytes.end()));
+    ExpectRunsAt(packet.bytes, {{0, {0x89, 0x01, 0x15}}, // old format, 2-byte length 280 - 3
+                                {3, {3, 5}},
+                                {5, Bytes(fields.GetHashedData(), fields.GetHashedData() + 5)},
+                                {5, {0}},
+                                {10, keyId},
+                                {18, {1, 2, hash[0], hash[1], 0x08, 0x00}},
+                                {24, value}});
 }
 
 TEST_F(PgpSignatureOwnKey, SignNeverWritesPastTheBuffer) {

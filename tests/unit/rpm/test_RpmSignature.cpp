@@ -90,6 +90,22 @@ void Feed(RpmSignature& signature, const Bytes& header, const Bytes& payload,
     signature.SetDigest(5, spare ? make(soapWrap::SHA1, all) : nullptr);
 }
 
+// A verdict with the message that Verify left.
+struct Outcome {
+    Outcome() = default;
+    Outcome(ProcessingResult v, std::string m) : verdict(v), message(std::move(m)) {}
+    bool operator==(const Outcome& other) const {
+        return verdict == other.verdict && message == other.message;
+    }
+    friend std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
+        return out << "verdict " << static_cast<int>(outcome.verdict) << ", message \"" << outcome.message
+                   << '"';
+    }
+
+    ProcessingResult verdict = Valid;
+    std::string message;
+};
+
 class RpmSignatureVerify : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -108,6 +124,16 @@ protected:
     }
     Entry PayloadSignature(const Bytes& packet) {
         return {rpmtest::kTagPayloadSignature, rpmtest::kTypeBinary, packet};
+    }
+
+    // Builds a signature header of entries, gives it the digests of this
+    // package's header and payload made with algorithm, and verifies it.
+    Outcome VerifyBuilt(const std::vector<Entry>& entries, soapWrap::HashAlgorithm algorithm) {
+        auto container = Build(entries);
+        Feed(*container->signature, m_Header, m_Payload, algorithm);
+        Outcome outcome;
+        outcome.verdict = container->signature->Verify(outcome.message);
+        return outcome;
     }
 
     const Bytes m_Header = rpmtest::MainHeader(40);
@@ -178,15 +204,18 @@ TEST(RpmSignatureParse, OtherTagsAreSkipped) {
     EXPECT_EQ(nullptr, container->signature->GetSha1HeaderHash());
 }
 
+// An entry holding a signature over "d" by the test key, of the given
+// version and hash algorithm.
+Entry SignedEntry(uint32_t tag, int version, unsigned char hash) {
+    return {tag, rpmtest::kTypeBinary,
+            OwnKey::Get().Key().Sign(OwnKey::Get().Spec(version, hash), rpmtest::FromText("d"))};
+}
+
 TEST(RpmSignatureParse, TwoPayloadSignaturesInIndexOrder) {
-    const Bytes data = rpmtest::FromText("d");
-    auto container = Build({rpmtest::RegionEntry(),
-                            {rpmtest::kTagPayloadSignature, rpmtest::kTypeBinary,
-                             OwnKey::Get().Key().Sign(OwnKey::Get().Spec(4, rpmtest::kPgpSha1), data)},
-                            {rpmtest::kTagHeaderSignature, rpmtest::kTypeBinary,
-                             OwnKey::Get().Key().Sign(OwnKey::Get().Spec(4, rpmtest::kPgpSha384), data)},
-                            {rpmtest::kTagPayloadSignature, rpmtest::kTypeBinary,
-                             OwnKey::Get().Key().Sign(OwnKey::Get().Spec(3, rpmtest::kPgpSha512), data)}});
+    auto container =
+        Build({rpmtest::RegionEntry(), SignedEntry(rpmtest::kTagPayloadSignature, 4, rpmtest::kPgpSha1),
+               SignedEntry(rpmtest::kTagHeaderSignature, 4, rpmtest::kPgpSha384),
+               SignedEntry(rpmtest::kTagPayloadSignature, 3, rpmtest::kPgpSha512)});
     const auto& payload = container->signature->GetPgpSignatures();
     ASSERT_EQ(2u, payload.size());
     EXPECT_EQ(soapWrap::SHA1, payload[0]->GetHashAlgorithm());
@@ -196,12 +225,9 @@ TEST(RpmSignatureParse, TwoPayloadSignaturesInIndexOrder) {
 }
 
 TEST(RpmSignatureParse, LaterHeaderSignatureReplacesTheEarlierOne) {
-    const Bytes data = rpmtest::FromText("d");
-    auto container = Build({rpmtest::RegionEntry(),
-                            {rpmtest::kTagHeaderSignature, rpmtest::kTypeBinary,
-                             OwnKey::Get().Key().Sign(OwnKey::Get().Spec(4, rpmtest::kPgpSha1), data)},
-                            {rpmtest::kTagHeaderSignature, rpmtest::kTypeBinary,
-                             OwnKey::Get().Key().Sign(OwnKey::Get().Spec(4, rpmtest::kPgpSha224), data)}});
+    auto container =
+        Build({rpmtest::RegionEntry(), SignedEntry(rpmtest::kTagHeaderSignature, 4, rpmtest::kPgpSha1),
+               SignedEntry(rpmtest::kTagHeaderSignature, 4, rpmtest::kPgpSha224)});
     EXPECT_EQ(soapWrap::SHA224, container->signature->GetHashAlgorithm());
 }
 
@@ -325,11 +351,8 @@ TEST_F(RpmSignatureVerify, UpperCaseSha1TextFails) {
         c = static_cast<char>(toupper(c));
     }
     ASSERT_NE(upper, m_Sha1);
-    auto container = Build({rpmtest::RegionEntry(), Sha1(upper), Md5(m_Md5)});
-    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA1);
-    std::string message;
-    EXPECT_EQ(InvalidHash, container->signature->Verify(message));
-    EXPECT_EQ("Invalid value of SHA1 header hash", message);
+    EXPECT_EQ(Outcome(InvalidHash, "Invalid value of SHA1 header hash"),
+              VerifyBuilt({rpmtest::RegionEntry(), Sha1(upper), Md5(m_Md5)}, soapWrap::SHA1));
 }
 
 TEST_F(RpmSignatureVerify, Sha1CheckLeavesTheStoredDigestOpen) {
@@ -345,28 +368,16 @@ TEST_F(RpmSignatureVerify, Sha1CheckLeavesTheStoredDigestOpen) {
 }
 
 TEST_F(RpmSignatureVerify, MissingOrWrongHashesAreInvalidHash) {
-    std::string message;
-    auto noSha1 = Build({rpmtest::RegionEntry(), Md5(m_Md5)});
-    Feed(*noSha1->signature, m_Header, m_Payload, soapWrap::SHA1);
-    EXPECT_EQ(InvalidHash, noSha1->signature->Verify(message));
-    EXPECT_EQ("Invalid value of SHA1 header hash", message);
+    const Outcome sha1Invalid(InvalidHash, "Invalid value of SHA1 header hash");
+    EXPECT_EQ(sha1Invalid, VerifyBuilt({rpmtest::RegionEntry(), Md5(m_Md5)}, soapWrap::SHA1));
+    EXPECT_EQ(sha1Invalid,
+              VerifyBuilt({rpmtest::RegionEntry(), Sha1(m_Sha1 + "0"), Md5(m_Md5)}, soapWrap::SHA1));
 
-    auto longer = Build({rpmtest::RegionEntry(), Sha1(m_Sha1 + "0"), Md5(m_Md5)});
-    Feed(*longer->signature, m_Header, m_Payload, soapWrap::SHA1);
-    EXPECT_EQ(InvalidHash, longer->signature->Verify(message));
-    EXPECT_EQ("Invalid value of SHA1 header hash", message);
-
-    auto noMd5 = Build({rpmtest::RegionEntry(), Sha1(m_Sha1)});
-    Feed(*noMd5->signature, m_Header, m_Payload, soapWrap::SHA1);
-    EXPECT_EQ(InvalidHash, noMd5->signature->Verify(message));
-    EXPECT_EQ("Invalid value of MD5 hash", message);
-
+    const Outcome md5Invalid(InvalidHash, "Invalid value of MD5 hash");
+    EXPECT_EQ(md5Invalid, VerifyBuilt({rpmtest::RegionEntry(), Sha1(m_Sha1)}, soapWrap::SHA1));
     Bytes wrongMd5 = m_Md5;
     wrongMd5[15] ^= 1;
-    auto wrong = Build({rpmtest::RegionEntry(), Sha1(m_Sha1), Md5(wrongMd5)});
-    Feed(*wrong->signature, m_Header, m_Payload, soapWrap::SHA1);
-    EXPECT_EQ(InvalidHash, wrong->signature->Verify(message));
-    EXPECT_EQ("Invalid value of MD5 hash", message);
+    EXPECT_EQ(md5Invalid, VerifyBuilt({rpmtest::RegionEntry(), Sha1(m_Sha1), Md5(wrongMd5)}, soapWrap::SHA1));
 }
 
 TEST_F(RpmSignatureVerify, WithoutHeaderSignatureOnlyTheDigestsCount) {
@@ -379,60 +390,53 @@ TEST_F(RpmSignatureVerify, WithoutHeaderSignatureOnlyTheDigestsCount) {
 }
 
 TEST_F(RpmSignatureVerify, HeaderSignatureWithoutPayloadSignature) {
-    auto container = Build(
-        {rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)), Sha1(m_Sha1), Md5(m_Md5)});
-    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
-    std::string message;
-    EXPECT_EQ(NoPayloadSignature, container->signature->Verify(message));
-    EXPECT_EQ("The package does not contain PGP signature over its header and payload.", message);
+    EXPECT_EQ(Outcome(NoPayloadSignature,
+                      "The package does not contain PGP signature over its header and payload."),
+              VerifyBuilt({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                           Sha1(m_Sha1), Md5(m_Md5)},
+                          soapWrap::SHA256));
 }
 
 TEST_F(RpmSignatureVerify, InvalidHeaderSignature) {
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_All)), Sha1(m_Sha1),
-                            PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
-    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
-    std::string message;
-    EXPECT_EQ(InvalidSignature, container->signature->Verify(message));
-    EXPECT_EQ("RSA signature is not valid.  Digest does not correspond to the signature", message);
+    EXPECT_EQ(
+        Outcome(InvalidSignature, "RSA signature is not valid.  Digest does not correspond to the signature"),
+        VerifyBuilt({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_All)), Sha1(m_Sha1),
+                     PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)},
+                    soapWrap::SHA256));
 }
 
 TEST_F(RpmSignatureVerify, OnlyTheSecondPayloadSignatureIsValid) {
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
-                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_Header)),
-                            PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)});
-    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
-    std::string message;
-    EXPECT_EQ(Valid, container->signature->Verify(message));
     // The failed first check left its text.
-    EXPECT_EQ("RSA signature is not valid.  Digest does not correspond to the signature", message);
+    EXPECT_EQ(Outcome(Valid, "RSA signature is not valid.  Digest does not correspond to the signature"),
+              VerifyBuilt({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                           Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_Header)),
+                           PayloadSignature(Key().Sign(Spec(), m_All)), Md5(m_Md5)},
+                          soapWrap::SHA256));
 }
 
 TEST_F(RpmSignatureVerify, OnlyTheFirstPayloadSignatureIsValid) {
     rpmtest::SignatureSpec stranger = Spec();
     stranger.issuer[0] ^= 0xFF;
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
-                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_All)),
-                            PayloadSignature(Key().Sign(stranger, m_All)), Md5(m_Md5)});
-    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
-    std::string message;
     // Every payload signature is checked, even after a valid one.
-    EXPECT_EQ(Valid, container->signature->Verify(message));
-    EXPECT_EQ("RSA signature is not valid.  The file was signed with a different PGP certificate", message);
+    EXPECT_EQ(
+        Outcome(Valid, "RSA signature is not valid.  The file was signed with a different PGP certificate"),
+        VerifyBuilt({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)), Sha1(m_Sha1),
+                     PayloadSignature(Key().Sign(Spec(), m_All)),
+                     PayloadSignature(Key().Sign(stranger, m_All)), Md5(m_Md5)},
+                    soapWrap::SHA256));
 }
 
 TEST_F(RpmSignatureVerify, BothPayloadSignaturesInvalid) {
     rpmtest::SignatureSpec stranger = Spec();
     stranger.issuer[0] ^= 0xFF;
-    auto container = Build({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
-                            Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_Header)),
-                            PayloadSignature(Key().Sign(stranger, m_All)), Md5(m_Md5)});
-    Feed(*container->signature, m_Header, m_Payload, soapWrap::SHA256);
-    std::string message;
-    EXPECT_EQ(InvalidSignature, container->signature->Verify(message));
-    EXPECT_EQ("PGP signature is not valid: RSA signature is not valid. RSA signature is not valid.  Digest "
-              "does not "
-              "correspond to the signature The file was signed with a different PGP certificate",
-              message);
+    EXPECT_EQ(Outcome(InvalidSignature,
+                      "PGP signature is not valid: RSA signature is not valid. RSA signature is "
+                      "not valid.  Digest does not correspond to the signature The file was "
+                      "signed with a different PGP certificate"),
+              VerifyBuilt({rpmtest::RegionEntry(), HeaderSignature(Key().Sign(Spec(), m_Header)),
+                           Sha1(m_Sha1), PayloadSignature(Key().Sign(Spec(), m_Header)),
+                           PayloadSignature(Key().Sign(stranger, m_All)), Md5(m_Md5)},
+                          soapWrap::SHA256));
 }
 
 TEST_F(RpmSignatureVerify, FailedRsaCheckLeavesVerifyAtOnce) {
@@ -548,32 +552,31 @@ TEST(RpmSignatureHelpers, BoundaryAlignment) {
 }
 
 TEST(RpmSignatureHelpers, CreateStorage) {
-    unsigned char destination[16];
-    std::memset(destination, 0xEE, sizeof(destination));
     unsigned char text[] = "abc";
-    unsigned int size = 99;
-    RpmSignature::CreateStorage(RPM_STRING_TYPE, destination, text, size);
-    EXPECT_EQ(4u, size);
-    EXPECT_EQ(0, std::memcmp(destination, "abc\0", 4));
-    EXPECT_EQ(0xEE, destination[4]);
-
     unsigned char number[8] = {1, 2, 3, 4, 5, 6, 7, 8};
-    std::memset(destination, 0, sizeof(destination));
-    size = 0;
-    RpmSignature::CreateStorage(RPM_INT32_TYPE, destination, number, size);
-    EXPECT_EQ(4u, size);
-    EXPECT_EQ(0, std::memcmp(destination, number, 4));
-    EXPECT_EQ(0, destination[4]);
-    size = 0;
-    RpmSignature::CreateStorage(RPM_INT64_TYPE, destination, number, size);
-    EXPECT_EQ(8u, size);
-    EXPECT_EQ(0, std::memcmp(destination, number, 8));
-    std::memset(destination, 0, sizeof(destination));
-    size = 3;
-    RpmSignature::CreateStorage(RPM_BIN_TYPE, destination, number, size);
-    EXPECT_EQ(3u, size);
-    EXPECT_EQ(0, std::memcmp(destination, number, 3));
-    EXPECT_EQ(0, destination[3]);
+    // Each type with the size given in, the size it sets and the bytes it
+    // stores at the start of an area filled with fill; the rest stays as it was.
+    struct Case {
+        RpmDataType type;
+        unsigned char* source;
+        unsigned int sizeIn;
+        unsigned char fill;
+        unsigned int size;
+        Bytes stored;
+    };
+    for (const Case& c : {Case{RPM_STRING_TYPE, text, 99, 0xEE, 4, {'a', 'b', 'c', 0}},
+                          Case{RPM_INT32_TYPE, number, 0, 0, 4, {1, 2, 3, 4}},
+                          Case{RPM_INT64_TYPE, number, 0, 0, 8, {1, 2, 3, 4, 5, 6, 7, 8}},
+                          Case{RPM_BIN_TYPE, number, 3, 0, 3, {1, 2, 3}}}) {
+        SCOPED_TRACE("type " + std::to_string(c.type));
+        Bytes destination(16, c.fill);
+        unsigned int size = c.sizeIn;
+        RpmSignature::CreateStorage(c.type, destination.data(), c.source, size);
+        EXPECT_EQ(c.size, size);
+        Bytes expected = c.stored;
+        expected.resize(destination.size(), c.fill);
+        EXPECT_EQ(expected, destination);
+    }
 }
 
 TEST(RpmSignatureHelpers, CreateHeaderEntry) {
