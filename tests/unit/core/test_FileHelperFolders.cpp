@@ -444,109 +444,100 @@ TEST(FileHelperPermissions, InheritParentPermissionsFailures) {
 // ---------------------------------------------------------------------------
 // Extended attributes
 
-TEST(FileHelperXAttr, WriteListReadRemove) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "x");
-    REQUIRE_USER_XATTRS(dir.File("f"));
-    FileHelper file(dir.File("f"));
-    EXPECT_TRUE(UserAttributes(file).empty());
-    file.WriteXAttr("user.b", "hello", 5);
-    file.WriteXAttr("user.a", "x\0y", 3);
-    EXPECT_EQ(UserAttributes(file), (std::vector<std::string>{"user.a", "user.b"}));
+// A file "f" in a fresh folder, opened, on a file system that keeps user
+// attributes (the test is skipped elsewhere).
+class FileHelperXAttr : public ::testing::Test {
+protected:
+    void SetUp() override {
+        WriteFile(m_Dir.File("f"), "x");
+        REQUIRE_USER_XATTRS(m_Dir.File("f"));
+        m_File = std::make_unique<FileHelper>(m_Dir.File("f"));
+    }
+    FileHelper& File() { return *m_File; }
+
+    TempDir m_Dir;
+    std::unique_ptr<FileHelper> m_File;
+};
+
+TEST_F(FileHelperXAttr, WriteListReadRemove) {
+    EXPECT_TRUE(UserAttributes(File()).empty());
+    File().WriteXAttr("user.b", "hello", 5);
+    File().WriteXAttr("user.a", "x\0y", 3);
+    EXPECT_EQ(UserAttributes(File()), (std::vector<std::string>{"user.a", "user.b"}));
 
     char* value = nullptr;
     long size = 0;
-    file.ReadXAttr("user.b", value, size);
+    File().ReadXAttr("user.b", value, size);
     std::unique_ptr<char[]> owned(value);
     EXPECT_EQ(size, 5);
     EXPECT_EQ(std::string(value, static_cast<size_t>(size)), "hello");
-    file.ReadXAttr("user.a", value, size);
+    File().ReadXAttr("user.a", value, size);
     owned.reset(value);
     EXPECT_EQ(std::string(value, static_cast<size_t>(size)), std::string("x\0y", 3));
 
     // Replacing an attribute.
-    file.WriteXAttr("user.b", "bye", 3);
-    file.ReadXAttr("user.b", value, size);
+    File().WriteXAttr("user.b", "bye", 3);
+    File().ReadXAttr("user.b", value, size);
     owned.reset(value);
     EXPECT_EQ(std::string(value, static_cast<size_t>(size)), "bye");
 
-    file.RemoveXAttr("user.b");
-    EXPECT_EQ(UserAttributes(file), (std::vector<std::string>{"user.a"}));
+    File().RemoveXAttr("user.b");
+    EXPECT_EQ(UserAttributes(File()), (std::vector<std::string>{"user.a"}));
     char actual[16];
-    EXPECT_EQ(getxattr(dir.File("f").c_str(), "user.a", actual, sizeof(actual)), 3);
+    EXPECT_EQ(getxattr(m_Dir.File("f").c_str(), "user.a", actual, sizeof(actual)), 3);
 }
 
-TEST(FileHelperXAttr, EmptyAndLargeValues) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "x");
-    REQUIRE_USER_XATTRS(dir.File("f"));
-    FileHelper file(dir.File("f"));
-    file.WriteXAttr("user.empty", "", 0);
+TEST_F(FileHelperXAttr, EmptyAndLargeValues) {
+    File().WriteXAttr("user.empty", "", 0);
     char* value = nullptr;
     long size = -1;
-    file.ReadXAttr("user.empty", value, size);
+    File().ReadXAttr("user.empty", value, size);
     std::unique_ptr<char[]> owned(value);
     EXPECT_NE(value, nullptr);
     EXPECT_EQ(size, 0);
     const std::string large(2000, 'q');
-    file.WriteXAttr("user.large", large.data(), static_cast<long>(large.size()));
-    file.ReadXAttr("user.large", value, size);
+    File().WriteXAttr("user.large", large.data(), static_cast<long>(large.size()));
+    File().ReadXAttr("user.large", value, size);
     owned.reset(value);
     EXPECT_EQ(std::string(value, static_cast<size_t>(size)), large);
 }
 
-TEST(FileHelperXAttr, ReadingAMissingAttributeIsFileNotFound) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "x");
-    REQUIRE_USER_XATTRS(dir.File("f"));
-    FileHelper file(dir.File("f"));
-    char* value = reinterpret_cast<char*>(&file);
+TEST_F(FileHelperXAttr, ReadingAMissingAttributeIsFileNotFound) {
+    char* value = reinterpret_cast<char*>(&File());
     long size = 77;
-    EXPECT_EQ(ThrownText<FileNotFoundException>([&] { file.ReadXAttr("user.none", value, size); }),
-              kNotFound + "Cannot read xattr 'user.none' of '" + dir.File("f") + "':" + Error(ENODATA));
+    EXPECT_EQ(ThrownText<FileNotFoundException>([&] { File().ReadXAttr("user.none", value, size); }),
+              kNotFound + "Cannot read xattr 'user.none' of '" + m_Dir.File("f") + "':" + Error(ENODATA));
     EXPECT_EQ(value, nullptr);
     EXPECT_EQ(size, 0);
 }
 
-TEST(FileHelperXAttr, FailuresOtherThanAMissingAttributeArePlainFileIoExceptions) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "x");
-    REQUIRE_USER_XATTRS(dir.File("f"));
-    FileHelper file(dir.File("f"));
-    ASSERT_EQ(unlink(dir.File("f").c_str()), 0);
+TEST_F(FileHelperXAttr, FailuresOtherThanAMissingAttributeArePlainFileIoExceptions) {
+    ASSERT_EQ(unlink(m_Dir.File("f").c_str()), 0);
     char* value = nullptr;
     long size = 0;
-    EXPECT_EQ(FileErrorText([&] { file.ReadXAttr("user.a", value, size); }),
-              kFileError + "Cannot read xattr 'user.a' of '" + dir.File("f") + "':" + Error(ENOENT));
-    EXPECT_EQ(ThrownText<FileIoException>([&] { file.ListXAttrs(); }),
-              kFileError + "Cannot read xattr list of '" + dir.File("f") + "':" + Error(ENOENT));
+    EXPECT_EQ(FileErrorText([&] { File().ReadXAttr("user.a", value, size); }),
+              kFileError + "Cannot read xattr 'user.a' of '" + m_Dir.File("f") + "':" + Error(ENOENT));
+    EXPECT_EQ(ThrownText<FileIoException>([&] { File().ListXAttrs(); }),
+              kFileError + "Cannot read xattr list of '" + m_Dir.File("f") + "':" + Error(ENOENT));
 }
 
-TEST(FileHelperXAttr, WriteMessageHasOnlyTheClosingQuote) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "x");
-    REQUIRE_USER_XATTRS(dir.File("f"));
-    FileHelper file(dir.File("f"));
+TEST_F(FileHelperXAttr, WriteMessageHasOnlyTheClosingQuote) {
     // A name outside the known namespaces is not supported.
-    EXPECT_EQ(ThrownText<FileIoException>([&] { file.WriteXAttr("bogus.name", "hello", 5); }),
-              kFileError + "Cannot write 5 bytes into bogus.name' xattr of '" + dir.File("f") +
+    EXPECT_EQ(ThrownText<FileIoException>([&] { File().WriteXAttr("bogus.name", "hello", 5); }),
+              kFileError + "Cannot write 5 bytes into bogus.name' xattr of '" + m_Dir.File("f") +
                   "':" + Error(EOPNOTSUPP));
-    EXPECT_EQ(ThrownText<FileIoException>([&] { file.WriteXAttr("user.a", "hello", -1); }),
-              kFileError + "Cannot write -1 bytes into user.a' xattr of '" + dir.File("f") +
+    EXPECT_EQ(ThrownText<FileIoException>([&] { File().WriteXAttr("user.a", "hello", -1); }),
+              kFileError + "Cannot write -1 bytes into user.a' xattr of '" + m_Dir.File("f") +
                   "':" + Error(EINVAL));
-    EXPECT_TRUE(UserAttributes(file).empty());
+    EXPECT_TRUE(UserAttributes(File()).empty());
 }
 
-TEST(FileHelperXAttr, RemovingAMissingAttributeThrows) {
-    TempDir dir;
-    WriteFile(dir.File("f"), "x");
-    REQUIRE_USER_XATTRS(dir.File("f"));
-    FileHelper file(dir.File("f"));
-    EXPECT_EQ(ThrownText<FileIoException>([&] { file.RemoveXAttr("user.none"); }),
-              kFileError + "Cannot remove 'user.none' xattr of '" + dir.File("f") + "':" + Error(ENODATA));
+TEST_F(FileHelperXAttr, RemovingAMissingAttributeThrows) {
+    EXPECT_EQ(ThrownText<FileIoException>([&] { File().RemoveXAttr("user.none"); }),
+              kFileError + "Cannot remove 'user.none' xattr of '" + m_Dir.File("f") + "':" + Error(ENODATA));
 }
 
-TEST(FileHelperXAttr, FolderObjectsCarryAttributesToo) {
+TEST(FileHelperXAttrFolder, FolderObjectsCarryAttributesToo) {
     TempDir dir;
     REQUIRE_USER_XATTRS(dir.Path());
     FileHelper folder(dir.Path());
