@@ -52,22 +52,19 @@ constexpr unsigned char kPgpSha512 = 10;
 constexpr unsigned char kPgpSha224 = 11;
 
 inline const EVP_MD* MdOfPgpOctet(unsigned char octet) {
-    switch (octet) {
-    case kPgpMd5:
-        return EVP_md5();
-    case kPgpSha1:
-        return EVP_sha1();
-    case kPgpSha256:
-        return EVP_sha256();
-    case kPgpSha384:
-        return EVP_sha384();
-    case kPgpSha512:
-        return EVP_sha512();
-    case kPgpSha224:
-        return EVP_sha224();
-    default:
-        throw std::invalid_argument("hash octet");
+    struct OctetDigest {
+        unsigned char octet;
+        const EVP_MD* (*md)();
+    };
+    static const OctetDigest kDigests[] = {{kPgpMd5, EVP_md5},       {kPgpSha1, EVP_sha1},
+                                           {kPgpSha256, EVP_sha256}, {kPgpSha384, EVP_sha384},
+                                           {kPgpSha512, EVP_sha512}, {kPgpSha224, EVP_sha224}};
+    for (const OctetDigest& digest : kDigests) {
+        if (digest.octet == octet) {
+            return digest.md();
+        }
     }
+    throw std::invalid_argument("hash octet");
 }
 
 // A digest computed directly with OpenSSL, as the reference value.
@@ -139,18 +136,21 @@ struct SignatureSpec {
     Bytes issuer;
 };
 
+// A version 4 signature's body up to the end of its hashed subpackets:
+// version, type, algorithms and the hashed subpacket area.
+inline Bytes Version4HashedPart(const SignatureSpec& spec) {
+    Bytes out{4, spec.type, spec.publicKeyAlgorithm, spec.hashAlgorithm};
+    PutBe16(out, static_cast<uint32_t>(spec.hashed.size()));
+    Append(out, spec.hashed);
+    return out;
+}
+
 // The bytes hashed after the signed data.
 inline Bytes Trailer(const SignatureSpec& spec) {
-    Bytes out;
     if (spec.version == 3) {
         return spec.hashed;
     }
-    out.push_back(4);
-    out.push_back(spec.type);
-    out.push_back(spec.publicKeyAlgorithm);
-    out.push_back(spec.hashAlgorithm);
-    PutBe16(out, static_cast<uint32_t>(spec.hashed.size()));
-    Append(out, spec.hashed);
+    Bytes out = Version4HashedPart(spec);
     out.push_back(4);
     out.push_back(0xFF);
     PutBe32(out, static_cast<uint32_t>(spec.hashed.size() + 6));
@@ -169,12 +169,7 @@ inline Bytes SignaturePacket(const SignatureSpec& spec, const unsigned char left
         body.push_back(spec.publicKeyAlgorithm);
         body.push_back(spec.hashAlgorithm);
     } else {
-        body.push_back(4);
-        body.push_back(spec.type);
-        body.push_back(spec.publicKeyAlgorithm);
-        body.push_back(spec.hashAlgorithm);
-        PutBe16(body, static_cast<uint32_t>(spec.hashed.size()));
-        Append(body, spec.hashed);
+        body = Version4HashedPart(spec);
         PutBe16(body, 10);
         body.push_back(9);
         body.push_back(16);
@@ -308,6 +303,7 @@ constexpr uint32_t kTypeBinary = 7;
 constexpr uint32_t kTagRegion = 62;
 constexpr uint32_t kTagHeaderSignature = 268;
 constexpr uint32_t kTagSha1 = 269;
+constexpr uint32_t kTagSize = 1000;
 constexpr uint32_t kTagPayloadSignature = 1002;
 constexpr uint32_t kTagMd5 = 1004;
 
