@@ -5,10 +5,18 @@
 #ifndef SIGNING_TESTS_HOST_HOSTRUN_H
 #define SIGNING_TESTS_HOST_HOSTRUN_H
 
+#include "Fixtures.h"
 #include "TestSupport.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <initializer_list>
+#include <poll.h>
 #include <sstream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace hosttest {
@@ -63,6 +71,75 @@ inline std::vector<std::string> SplitRecords(const std::string& text, char separ
     }
     return records;
 }
+
+// What a command run through a pipe wrote: the output up to its first
+// `lines` records, whether more was waiting 100 ms after those (poll's
+// answer: 0 when nothing was), all of its output, and its wait status.
+struct StreamedOutput {
+    bool started = false;
+    std::string early;
+    int moreWaiting = -1;
+    std::string all;
+    int status = -1;
+};
+
+// Reads from the descriptor into received until it holds `lines` line
+// ends, or to the end of the stream when lines is 0.
+inline void ReadLines(int descriptor, std::string& received, size_t lines = 0) {
+    char buffer[4096];
+    while (lines == 0 || static_cast<size_t>(std::count(received.begin(), received.end(), '\n')) < lines) {
+        ssize_t got = read(descriptor, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        received.append(buffer, static_cast<size_t>(got));
+    }
+}
+
+// Runs the shell command and watches its standard output: a program that
+// streams its records writes the first ones while it still works.
+inline StreamedOutput ReadStreamed(const std::string& command, size_t lines) {
+    StreamedOutput output;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return output;
+    }
+    output.started = true;
+    const int descriptor = fileno(pipe);
+    ReadLines(descriptor, output.all, lines);
+    output.early = output.all;
+    pollfd waiting{descriptor, POLLIN, 0};
+    output.moreWaiting = poll(&waiting, 1, 100);
+    ReadLines(descriptor, output.all);
+    output.status = pclose(pipe);
+    return output;
+}
+
+// The armored key that signed the fixture packages the suites copy.
+inline std::string Key() {
+    return fixtures::KeyArmored("rsa2048");
+}
+
+// A test with a folder of its own, in which signing-host runs on copies of
+// the fixture packages under names the test chooses.
+template <typename Base = ::testing::Test> class HostFolderTest : public Base {
+protected:
+    // Fails the test (from SetUp, before its body) unless the key and the
+    // named fixture packages exist.
+    static void RequireKeyAndPackages(std::initializer_list<const char*> packages) {
+        REQUIRE_FIXTURE(Key());
+        for (const char* package : packages) {
+            REQUIRE_FIXTURE(fixtures::Package(package));
+        }
+    }
+
+    // Copies the fixture package to name, a path inside the test's folder.
+    void Place(const std::string& fixture, const std::string& name) {
+        testsupport::WriteFile(m_Work.File(name), testsupport::ReadFile(fixtures::Package(fixture)));
+    }
+
+    testsupport::TempDir m_Work;
+};
 
 } // namespace hosttest
 

@@ -97,6 +97,11 @@ std::string RpmkeysMd5Line(const std::string& package) {
     return std::string();
 }
 
+// The advice line that follows a finding in the explained output.
+void ExpectAdvice(const std::string& output, const std::string& advice) {
+    EXPECT_TRUE(HasLine(output, "    advice: " + advice)) << output;
+}
+
 class HostExplainTest : public HostProgramTest {
 protected:
     std::string Copy(const std::string& text, const std::string& name) {
@@ -167,10 +172,8 @@ TEST_F(HostExplainTest, TamperedPackageShowsTheDigestRpmkeysReportsAndExitsOne) 
         << result.out;
     EXPECT_TRUE(HasLine(result.out, "    Header SHA-1 (tag 269): OK")) << result.out;
     EXPECT_TRUE(HasLine(result.out, package + ": RPM_INVALID_HASH (3) " + package + " has invalid hash."));
-    EXPECT_TRUE(HasLine(result.out,
-                        "    advice: the package was changed after it was signed (a digest differs): "
-                        "get it again from its source"))
-        << result.out;
+    ExpectAdvice(result.out, "the package was changed after it was signed (a digest differs): "
+                             "get it again from its source");
 }
 
 TEST_F(HostExplainTest, PackageSignedWithoutRpmv3SaysThePayloadSignatureIsMissing) {
@@ -185,8 +188,7 @@ TEST_F(HostExplainTest, PackageSignedWithoutRpmv3SaysThePayloadSignatureIsMissin
         HasLine(verbose.out, ExpectedSignatureLine("Header signature", "268", package, "OK",
                                                    "checked with key " + Upper(fixtures::KeyId("rsa2048")))))
         << verbose.out;
-    EXPECT_TRUE(
-        HasLine(verbose.out, "    advice: payload signature missing: sign with rpmsign --addsign --rpmv3"));
+    ExpectAdvice(verbose.out, "payload signature missing: sign with rpmsign --addsign --rpmv3");
     // Without -v the verdict line stays alone on standard output and the
     // advice goes to standard error.
     EXPECT_EQ(plain.exitCode, 1);
@@ -204,10 +206,9 @@ TEST_F(HostExplainTest, PackageSignedByAnotherKeyNamesBothKeys) {
     EXPECT_TRUE(HasLine(result.out, ExpectedSignatureLine("Header signature", "268", package, "NOT CHECKED",
                                                           "the key file has no key " + other)))
         << result.out;
-    EXPECT_TRUE(HasLine(result.out,
-                        "    advice: signed by key " + other + ", but the key file holds " + mine +
-                            ": give the signer's public key, or re-sign the package with the expected key"))
-        << result.out;
+    ExpectAdvice(result.out,
+                 "signed by key " + other + ", but the key file holds " + mine +
+                     ": give the signer's public key, or re-sign the package with the expected key");
 }
 
 TEST_F(HostExplainTest, UnsignedPackageSaysNoSignatureAndExitsOne) {
@@ -230,9 +231,9 @@ TEST_F(HostExplainTest, AlteredSignatureValueIsAFailure) {
         HasLine(result.out, ExpectedSignatureLine("Header+payload signature", "1002", package, "BAD",
                                                   "checked with key " + Upper(fixtures::KeyId("rsa2048")))))
         << result.out;
-    EXPECT_TRUE(HasLine(result.out, "    advice: the header+payload signature does not verify with key " +
-                                        Upper(fixtures::KeyId("rsa2048")) +
-                                        ": the package or its signature was altered"));
+    ExpectAdvice(result.out, "the header+payload signature does not verify with key " +
+                                 Upper(fixtures::KeyId("rsa2048")) +
+                                 ": the package or its signature was altered");
 }
 
 TEST_F(HostExplainTest, EmptyKeyOrPackageAsKeyIsUnusableAndExitsThree) {
@@ -280,12 +281,10 @@ TEST_F(HostExplainTest, KeyWithTextBeforeTheArmor) {
                         "before it"))
         << result.out;
     EXPECT_TRUE(HasLine(result.out, "    Plug-in: cannot use this key file"));
-    EXPECT_TRUE(
-        HasLine(result.out, "    advice: the key file starts with text before -----BEGIN: the plug-in needs "
-                            "the armor first; extract it with sed -n '/^-----BEGIN PGP PUBLIC KEY "
-                            "BLOCK-----/,/^-----END PGP PUBLIC KEY BLOCK-----/p' " +
-                                key + " > key.asc"))
-        << result.out;
+    ExpectAdvice(result.out, "the key file starts with text before -----BEGIN: the plug-in needs "
+                             "the armor first; extract it with sed -n '/^-----BEGIN PGP PUBLIC KEY "
+                             "BLOCK-----/,/^-----END PGP PUBLIC KEY BLOCK-----/p' " +
+                                 key + " > key.asc");
     // The plug-in agrees: the key does not verify the package it signed.
     EXPECT_EQ(verify.exitCode, 3);
     // The extraction the advice gives makes a key the plug-in uses.
@@ -306,11 +305,9 @@ TEST_F(HostExplainTest, SeveralKeysInOneFile) {
     HostResult rsaPackage = Host({"verify", "--key", both, Package("signed-rsa2048-sha256.rpm")});
 
     EXPECT_EQ(result.exitCode, 0) << result.out;
-    EXPECT_TRUE(
-        HasLine(result.out, "    advice: the key file holds 2 keys: the plug-in uses only the one with key "
-                            "ID " +
-                                other + "; give a file with just the signing key"))
-        << result.out;
+    ExpectAdvice(result.out, "the key file holds 2 keys: the plug-in uses only the one with key "
+                             "ID " +
+                                 other + "; give a file with just the signing key");
     // What the key command says is what rpm_verify does.
     EXPECT_EQ(otherPackage.exitCode, 0);
     EXPECT_EQ(rsaPackage.exitCode, 1);
@@ -319,10 +316,8 @@ TEST_F(HostExplainTest, SeveralKeysInOneFile) {
     const std::string twoBlocks = Copy(ReadFile(Key()) + ReadFile(Key("other2048")), "two.asc");
     HostResult blocks = Host({"key", twoBlocks});
     EXPECT_EQ(blocks.exitCode, 3);
-    EXPECT_TRUE(HasLine(blocks.out,
-                        "    advice: the key file holds 2 armor blocks: the plug-in reads one; keep only "
-                        "the block of the signing key"))
-        << blocks.out;
+    ExpectAdvice(blocks.out, "the key file holds 2 armor blocks: the plug-in reads one; keep only "
+                             "the block of the signing key");
 }
 
 TEST_F(HostExplainTest, BinaryKeyringIsNotAKey) {
@@ -333,9 +328,8 @@ TEST_F(HostExplainTest, BinaryKeyringIsNotAKey) {
     EXPECT_EQ(result.exitCode, 3) << result.out;
     EXPECT_TRUE(Contains(result.out, "    File: binary OpenPGP, ")) << result.out;
     EXPECT_TRUE(Contains(result.out, " trust packets (a keyring)\n")) << result.out;
-    EXPECT_TRUE(HasLine(result.out,
-                        "    advice: the key file is a binary keyring (it has trust packets): export the "
-                        "key with gpg --export KEYID > key.gpg"));
+    ExpectAdvice(result.out, "the key file is a binary keyring (it has trust packets): export the "
+                             "key with gpg --export KEYID > key.gpg");
     EXPECT_EQ(Host({"verify", "--key", keyring, Package("signed-rsa2048-sha256.rpm")}).exitCode, 3);
 }
 
@@ -352,21 +346,18 @@ TEST_F(HostExplainTest, SigningSubkey) {
     EXPECT_EQ(key.exitCode, 3);
     EXPECT_TRUE(Contains(key.out, "      Subkey: RSA 2048 bits, key ID " + signingSubkey)) << key.out;
     EXPECT_TRUE(Contains(key.out, ", signs\n")) << key.out;
-    EXPECT_TRUE(HasLine(
-        key.out, "    advice: the key has the signing subkey " + signingSubkey +
-                     ": packages signed with it cannot be checked, the plug-in checks the primary "
-                     "key's ID " +
-                     primary + "; sign with the primary key (rpmsign --define '_gpg_name " + primary + "!')"))
-        << key.out;
+    ExpectAdvice(key.out, "the key has the signing subkey " + signingSubkey +
+                              ": packages signed with it cannot be checked, the plug-in checks the primary "
+                              "key's ID " +
+                              primary + "; sign with the primary key (rpmsign --define '_gpg_name " +
+                              primary + "!')");
     EXPECT_TRUE(
         HasLine(explain.out, ExpectedSignatureLine("Header signature", "268", package, "OK",
                                                    "checked with key " + signingSubkey + " (a subkey)")))
         << explain.out;
-    EXPECT_TRUE(HasLine(explain.out, "    advice: signed by subkey " + signingSubkey +
-                                         ": the plug-in checks the primary key's ID " + primary +
-                                         "; sign with the primary key (rpmsign --define '_gpg_name " +
-                                         primary + "!')"))
-        << explain.out;
+    ExpectAdvice(explain.out,
+                 "signed by subkey " + signingSubkey + ": the plug-in checks the primary key's ID " +
+                     primary + "; sign with the primary key (rpmsign --define '_gpg_name " + primary + "!')");
 }
 
 TEST_F(HostExplainTest, EdDsaKeyAndSignatureAreNotSupported) {
@@ -379,16 +370,13 @@ TEST_F(HostExplainTest, EdDsaKeyAndSignatureAreNotSupported) {
     EXPECT_EQ(keyResult.exitCode, 3);
     const std::string keyId = GpgFingerprints(key).at(0).substr(24);
     EXPECT_TRUE(Contains(keyResult.out, "    Key: EdDSA Ed25519, key ID " + keyId)) << keyResult.out;
-    EXPECT_TRUE(
-        HasLine(keyResult.out, "    advice: EdDSA key " + keyId +
-                                   ": the plug-in supports only RSA keys; sign the packages with an RSA key"))
-        << keyResult.out;
+    ExpectAdvice(keyResult.out,
+                 "EdDSA key " + keyId +
+                     ": the plug-in supports only RSA keys; sign the packages with an RSA key");
     EXPECT_EQ(explain.exitCode, 3);
     EXPECT_TRUE(HasLine(explain.out, "    DSA/EdDSA signatures (tags 267/1005): present")) << explain.out;
-    EXPECT_TRUE(HasLine(explain.out,
-                        "    advice: DSA/EdDSA signatures are not supported: re-sign with an RSA key "
-                        "(rpmsign --addsign --rpmv3)"))
-        << explain.out;
+    ExpectAdvice(explain.out, "DSA/EdDSA signatures are not supported: re-sign with an RSA key "
+                              "(rpmsign --addsign --rpmv3)");
 }
 
 TEST_F(HostExplainTest, KeyCommandAsJson) {

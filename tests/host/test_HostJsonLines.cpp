@@ -13,13 +13,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <poll.h>
 #include <set>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 using fixtures::Package;
+using hosttest::Key;
+using hosttest::ReadStreamed;
 using hosttest::RunHost;
 using hosttest::SplitRecords;
 using nlohmann::json;
@@ -29,17 +30,9 @@ using testsupport::TempDir;
 
 namespace {
 
-std::string Key() {
-    return fixtures::KeyArmored("rsa2048");
-}
-
 // The Base64 of the bytes, computed by coreutils' base64.
 std::string Base64Of(const std::string& bytes) {
     return testsupport::Run("printf '%s' " + ShellQuote(bytes) + " | base64 -w0").output;
-}
-
-void Copy(const std::string& from, const std::string& to) {
-    testsupport::WriteFile(to, ReadFile(from));
 }
 
 json PackageRecord(size_t index, const std::string& path, int status, const std::string& statusName,
@@ -52,19 +45,16 @@ json PackageRecord(size_t index, const std::string& path, int status, const std:
                 {"outcome", outcome},   {"message", message}};
 }
 
-class HostJsonLinesTest : public ::testing::Test {
+class HostJsonLinesTest : public hosttest::HostFolderTest<> {
 protected:
     void SetUp() override {
-        REQUIRE_FIXTURE(Key());
-        REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
-        REQUIRE_FIXTURE(Package("tampered-payload.rpm"));
-        Copy(Package("signed-rsa2048-sha256.rpm"), m_Work.File("a-signed.rpm"));
-        Copy(Package("tampered-payload.rpm"), m_Work.File("b-tampered.rpm"));
-        Copy(Package("signed-rsa2048-sha256.rpm"), m_Work.File(kOddName));
+        RequireKeyAndPackages({"signed-rsa2048-sha256.rpm", "tampered-payload.rpm"});
+        Place("signed-rsa2048-sha256.rpm", "a-signed.rpm");
+        Place("tampered-payload.rpm", "b-tampered.rpm");
+        Place("signed-rsa2048-sha256.rpm", kOddName);
     }
 
     const std::string kOddName = std::string("c-\xff\xfe.rpm");
-    TempDir m_Work;
 };
 
 TEST_F(HostJsonLinesTest, EachPackageIsOneLineThenTheSummary) {
@@ -128,38 +118,20 @@ TEST_F(HostJsonLinesTest, OneDocumentHoldsTheSameRecords) {
 TEST_F(HostJsonLinesTest, ARecordIsWrittenBeforeTheNextPackageIsDone) {
     // The second package takes a while: a signed package followed by
     // 256 MiB of zeros, which the payload digest reads to the end.
-    Copy(Package("signed-rsa2048-sha256.rpm"), m_Work.File("slow.rpm"));
+    Place("signed-rsa2048-sha256.rpm", "slow.rpm");
     ASSERT_EQ(truncate(m_Work.File("slow.rpm").c_str(), 256L << 20), 0);
     std::string command = "cd " + ShellQuote(m_Work.Path()) + " && " +
                           hosttest::HostCommand({"verify", "--json-lines", "--jobs", "1", "--key", Key(),
                                                  "a-signed.rpm", "slow.rpm"}) +
                           " 2>/dev/null";
-    FILE* pipe = popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    const int descriptor = fileno(pipe);
-    std::string received;
-    char buffer[4096];
-    while (received.find('\n') == std::string::npos) {
-        ssize_t got = read(descriptor, buffer, sizeof buffer);
-        if (got <= 0) {
-            break;
-        }
-        received.append(buffer, static_cast<size_t>(got));
-    }
     // The first record is complete while the second package is still
     // being read: nothing more is there yet.
-    pollfd waiting{descriptor, POLLIN, 0};
-    int ready = poll(&waiting, 1, 100);
-    std::string firstLine = received.substr(0, received.find('\n'));
-    while (true) {
-        ssize_t got = read(descriptor, buffer, sizeof buffer);
-        if (got <= 0) {
-            break;
-        }
-        received.append(buffer, static_cast<size_t>(got));
-    }
-    int status = pclose(pipe);
-    EXPECT_EQ(ready, 0) << "the second record came together with the first";
+    hosttest::StreamedOutput streamed = ReadStreamed(command, 1);
+    ASSERT_TRUE(streamed.started);
+    const std::string& received = streamed.all;
+    const int status = streamed.status;
+    std::string firstLine = streamed.early.substr(0, streamed.early.find('\n'));
+    EXPECT_EQ(streamed.moreWaiting, 0) << "the second record came together with the first";
     EXPECT_EQ(json::parse(firstLine),
               PackageRecord(0, "a-signed.rpm", 0, "RPM_SIGNED", "signed", "a-signed.rpm is signed."));
     std::vector<std::string> lines = SplitRecords(received);
@@ -175,8 +147,7 @@ TEST_F(HostJsonLinesTest, EveryLineParsesUnderXargsWithFourProcesses) {
     for (int index = 0; index < 40; ++index) {
         std::string name =
             "pkg-" + std::to_string(index) + (index % 3 == 0 ? "-tampered.rpm" : "-signed.rpm");
-        Copy(Package(index % 3 == 0 ? "tampered-payload.rpm" : "signed-rsa2048-sha256.rpm"),
-             m_Work.File(name));
+        Place(index % 3 == 0 ? "tampered-payload.rpm" : "signed-rsa2048-sha256.rpm", name);
         names.push_back(name);
     }
     std::string list;
@@ -262,34 +233,16 @@ TEST_F(HostProgramTest, RunJsonLinesStreamsEveryComponent) {
                           {"packageFile", "slow.rpm"}}});
     std::string manifest = WriteManifest(Manifest(components, json{{"signature", Key()}}));
 
-    FILE* pipe = popen((hosttest::HostCommand({"run", "--json-lines", manifest}) + " 2>" +
-                        ShellQuote(m_Work.File("run-err.txt")))
-                           .c_str(),
-                       "r");
-    ASSERT_NE(pipe, nullptr);
-    const int descriptor = fileno(pipe);
-    std::string received;
-    char buffer[4096];
     // The first three records come while the slow package is being read.
-    while (std::count(received.begin(), received.end(), '\n') < 3) {
-        ssize_t got = read(descriptor, buffer, sizeof buffer);
-        if (got <= 0) {
-            break;
-        }
-        received.append(buffer, static_cast<size_t>(got));
-    }
-    pollfd waiting{descriptor, POLLIN, 0};
-    int ready = poll(&waiting, 1, 100);
-    while (true) {
-        ssize_t got = read(descriptor, buffer, sizeof buffer);
-        if (got <= 0) {
-            break;
-        }
-        received.append(buffer, static_cast<size_t>(got));
-    }
-    int status = pclose(pipe);
-    EXPECT_EQ(ready, 0) << "the slow component's record came with the others"
-                        << ReadFile(m_Work.File("run-err.txt"));
+    hosttest::StreamedOutput streamed =
+        ReadStreamed(hosttest::HostCommand({"run", "--json-lines", manifest}) + " 2>" +
+                         ShellQuote(m_Work.File("run-err.txt")),
+                     3);
+    ASSERT_TRUE(streamed.started);
+    const std::string& received = streamed.all;
+    const int status = streamed.status;
+    EXPECT_EQ(streamed.moreWaiting, 0)
+        << "the slow component's record came with the others" << ReadFile(m_Work.File("run-err.txt"));
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1);
 
     HostResult whole = Host({"run", "--json", manifest});

@@ -17,19 +17,14 @@
 #include <unistd.h>
 #include <vector>
 
-using fixtures::Package;
+using hosttest::Key;
 using hosttest::RunHost;
 using hosttest::SplitRecords;
 using nlohmann::json;
 using testsupport::ReadFile;
 using testsupport::ShellQuote;
-using testsupport::TempDir;
 
 namespace {
-
-std::string Key() {
-    return fixtures::KeyArmored("rsa2048");
-}
 
 // The expected line for a copy of a fixture package, by the fixture's kind.
 std::string ExpectedLine(const std::string& path) {
@@ -42,13 +37,11 @@ std::string ExpectedLine(const std::string& path) {
     return path + ": RPM_SIGNED (0) " + path + " is signed.";
 }
 
-class HostMirrorTest : public ::testing::Test {
+class HostMirrorTest : public hosttest::HostFolderTest<> {
 protected:
     void SetUp() override {
-        REQUIRE_FIXTURE(Key());
-        REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
-        REQUIRE_FIXTURE(Package("tampered-payload.rpm"));
-        REQUIRE_FIXTURE(Package("signed-other2048-sha256.rpm"));
+        RequireKeyAndPackages(
+            {"signed-rsa2048-sha256.rpm", "tampered-payload.rpm", "signed-other2048-sha256.rpm"});
     }
 
     // A mirror of copies of the fixtures in nested folders, with files that
@@ -69,7 +62,7 @@ protected:
                                 : index % 3 == 1 ? "tampered"
                                                  : "other") +
                                ".rpm";
-            testsupport::WriteFile(m_Work.File(name), ReadFile(Package(kind)));
+            Place(kind, name);
             paths.push_back(name);
         }
         testsupport::WriteFile(m_Work.File("mirror/os/README.txt"), "not a package\n");
@@ -85,8 +78,6 @@ protected:
         }
         return text;
     }
-
-    TempDir m_Work;
 };
 
 TEST_F(HostMirrorTest, RecursiveFindsEveryPackageInSortedOrder) {
@@ -218,7 +209,7 @@ TEST_F(HostMirrorTest, TheReadmeRecipeWithGnuParallelChecksTheMirror) {
 // is reported without an answer, every other one as usual.
 TEST_F(HostMirrorTest, AWorkerThatDiesCostsOnlyItsPackage) {
     for (const char* name : {"p1.rpm", "slow.rpm", "p2.rpm", "p3.rpm"}) {
-        testsupport::WriteFile(m_Work.File(name), ReadFile(Package("signed-rsa2048-sha256.rpm")));
+        Place("signed-rsa2048-sha256.rpm", name);
     }
     // The slow package: 256 MiB of zeros after the package, which the
     // payload digest reads to the end.

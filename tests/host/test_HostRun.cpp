@@ -15,9 +15,8 @@ TEST_F(HostProgramTest, RunAllSignedExitsZeroWithOnePassLinePerComponent) {
     HostResult result = Host({"run", manifest});
 
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(LinesOf(result.out), (std::vector<std::string>{
-                                       "Summary of " + manifest,
-                                       "Components:",
+    EXPECT_EQ(LinesOf(result.out),
+              RunSummary(manifest, {
                                        PassLine("one", Package("signed-rsa2048-sha1.rpm")),
                                        PassLine("two", Package("signed-rsa2048-sha256.rpm")),
                                        PassLine("three", Package("signed-rsa2048-sha512.rpm")),
@@ -88,22 +87,21 @@ TEST_F(HostProgramTest, RunWithOneTamperedPackageAmongSeveralExitsOne) {
     EXPECT_EQ(result.exitCode, 1) << result.err;
     EXPECT_EQ(
         LinesOf(result.out),
-        (std::vector<std::string>{
-            "Summary of " + manifest,
-            "Components:",
-            PassLine("good", Package("signed-rsa2048-sha256.rpm")),
-            "  FAIL  Suite/tampered: RPM_INVALID_HASH (3) " + Package("tampered-payload.rpm") +
-                " has invalid hash.",
-            "  FAIL  Suite/other-key: RPM_INVALID_SIGNATURE (2) " + Package("signed-other2048-sha256.rpm") +
-                " has invalid signature.",
-            PassLine("also-good", Package("signed-rsa2048-sha512.rpm")),
-            "Prerequisites (SIGNIFICANCE \";1\"):",
-            kErrorShortLine,
-            "           At least one package is not signed with the expected key, or was changed after it "
-            "was signed. Do not install it; the log names each package and the reason. "
-            "[SIGNING_prereq_err_signing_check_full_desc]",
-            "Result: 1 - a package failed the signature check",
-        }));
+        RunSummary(manifest, {
+                                 PassLine("good", Package("signed-rsa2048-sha256.rpm")),
+                                 "  FAIL  Suite/tampered: RPM_INVALID_HASH (3) " +
+                                     Package("tampered-payload.rpm") + " has invalid hash.",
+                                 "  FAIL  Suite/other-key: RPM_INVALID_SIGNATURE (2) " +
+                                     Package("signed-other2048-sha256.rpm") + " has invalid signature.",
+                                 PassLine("also-good", Package("signed-rsa2048-sha512.rpm")),
+                                 "Prerequisites (SIGNIFICANCE \";1\"):",
+                                 kErrorShortLine,
+                                 "           At least one package is not signed with the expected key, or "
+                                 "was changed after it "
+                                 "was signed. Do not install it; the log names each package and the reason. "
+                                 "[SIGNING_prereq_err_signing_check_full_desc]",
+                                 "Result: 1 - a package failed the signature check",
+                             }));
     EXPECT_TRUE(HasLine(result.err, "signing_validate_package_list: ;1")) << result.err;
 }
 
@@ -148,10 +146,7 @@ TEST_F(HostProgramTest, RunWithOneTamperedPackageAsJsonKeepsEarlierPrerequisites
 }
 
 TEST_F(HostProgramTest, RunWithoutTempFolderUsesItsOwnAndRemovesIt) {
-    std::string served = m_Work.File("served");
-    mkdir(served.c_str(), 0755);
-    WriteFile(served + "/release.asc", ReadFile(Key()));
-    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    LoopbackHttpServer server(ServedKeyFolder(), m_Work.File("server.log"));
     std::string tmpdir = m_Work.File("tmpdir");
     mkdir(tmpdir.c_str(), 0755);
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm")}),
@@ -202,9 +197,8 @@ TEST_F(HostProgramTest, RunWithNoProductsExitsZero) {
 
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_EQ(LinesOf(result.out),
-              (std::vector<std::string>{"Summary of " + path, "Components:", "  (none)",
-                                        "Prerequisites (SIGNIFICANCE \"\"):", "  none recorded",
-                                        "Result: 0 - every package that was verified is signed"}));
+              RunSummary(path, {"  (none)", "Prerequisites (SIGNIFICANCE \"\"):", "  none recorded",
+                                "Result: 0 - every package that was verified is signed"}));
 }
 
 TEST_F(HostProgramTest, RunWritesTheLogFileToo) {

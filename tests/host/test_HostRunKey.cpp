@@ -20,19 +20,21 @@ TEST_F(HostProgramTest, RunWithoutObtainableKeyRecordsADownloadWarningAndExitsTh
     EXPECT_EQ(result.exitCode, 3) << result.err;
     EXPECT_EQ(
         LinesOf(result.out),
-        (std::vector<std::string>{
-            "Summary of " + manifest,
-            "Components:",
-            "  ----  Suite/good: not checked: the plug-in stopped before the packages (no valid public key)",
-            "Prerequisites (SIGNIFICANCE \";0\"):",
-            "  warning  The public key could not be obtained. "
-            "[SIGNING_prereq_war_signing_check_download_short_desc]",
-            "           Neither the key service nor the local key file gave a public key (no wget or curl, "
-            "the service did not answer, or no local key is configured), so no package signature was "
-            "checked. [SIGNING_prereq_war_signing_check_download_full_desc]",
-            "Result: 1 - no valid public key was obtained, so no package was checked",
-            "Exit code: 3 - nothing failed, but something could not be checked",
-        }));
+        RunSummary(
+            manifest,
+            {
+                "  ----  Suite/good: not checked: the plug-in stopped before the packages (no valid public "
+                "key)",
+                "Prerequisites (SIGNIFICANCE \";0\"):",
+                "  warning  The public key could not be obtained. "
+                "[SIGNING_prereq_war_signing_check_download_short_desc]",
+                "           Neither the key service nor the local key file gave a public key (no wget or "
+                "curl, "
+                "the service did not answer, or no local key is configured), so no package signature was "
+                "checked. [SIGNING_prereq_war_signing_check_download_full_desc]",
+                "Result: 1 - no valid public key was obtained, so no package was checked",
+                "Exit code: 3 - nothing failed, but something could not be checked",
+            }));
     EXPECT_EQ(PluginLogLines(result.err),
               (std::vector<std::string>{"signing_validate_package_list: started",
                                         "signing_get_public_key: public key will be downloaded from QEL",
@@ -111,11 +113,7 @@ TEST_F(HostProgramTest, RunWithInvalidUserKeyFallsBackToTheLocalKey) {
 
 TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealWgetFromALoopbackServer) {
     ASSERT_EQ(testsupport::Run("command -v wget").exitCode, 0) << "wget must be installed";
-    std::string served = m_Work.File("served");
-    mkdir(served.c_str(), 0755);
-    mkdir((served + "/keys").c_str(), 0755);
-    WriteFile(served + "/keys/release.asc", ReadFile(Key()));
-    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    LoopbackHttpServer server(ServedKeyFolder("keys"), m_Work.File("server.log"));
     std::string temp = m_Work.File("temp");
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha256.rpm"),
                                           Component("tampered", "tampered-payload.rpm")}),
@@ -140,10 +138,7 @@ TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealWgetFromALoopbackServer) {
 }
 
 TEST_F(HostProgramTest, RunDownloadsTheKeyWithRealCurlWhenOnlyCurlIsInstalled) {
-    std::string served = m_Work.File("served");
-    mkdir(served.c_str(), 0755);
-    WriteFile(served + "/release.asc", ReadFile(Key()));
-    LoopbackHttpServer server(served, m_Work.File("server.log"));
+    LoopbackHttpServer server(ServedKeyFolder(), m_Work.File("server.log"));
     std::string temp = m_Work.File("temp");
     json manifest = Manifest(json::array({Component("good", "signed-rsa2048-sha512.rpm")}),
                              json{{"SIGNING_DEFAULT_URL", server.Url("/release.asc")}});

@@ -9,30 +9,14 @@
 
 #include <string>
 
-using fixtures::Package;
+using hosttest::Key;
 using hosttest::RunHost;
-using testsupport::ReadFile;
-using testsupport::TempDir;
 
 namespace {
 
-std::string Key() {
-    return fixtures::KeyArmored("rsa2048");
-}
-
-class HostSafeTextTest : public ::testing::Test {
+class HostSafeTextTest : public hosttest::HostFolderTest<> {
 protected:
-    void SetUp() override {
-        REQUIRE_FIXTURE(Key());
-        REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
-        REQUIRE_FIXTURE(Package("tampered-payload.rpm"));
-    }
-
-    void Place(const std::string& fixture, const std::string& name) {
-        testsupport::WriteFile(m_Work.File(name), ReadFile(Package(fixture)));
-    }
-
-    TempDir m_Work;
+    void SetUp() override { RequireKeyAndPackages({"signed-rsa2048-sha256.rpm", "tampered-payload.rpm"}); }
 };
 
 TEST_F(HostSafeTextTest, AFileNameCannotForgeAResultLine) {

@@ -85,35 +85,39 @@ TEST_F(HostSessionTest, NullTextsReadAsEmpty) {
     EXPECT_EQ(expand_operand(&session, static_cast<const char*>(nullptr), true), "");
 }
 
-TEST_F(HostSessionTest, ExpandOperandReplacesNamedValues) {
+TEST_F(HostSessionTest, ExpandOperand) {
     HostSession session;
     session.SetValue("PACKAGES", "/opt/packages");
     session.SetValue("ARCH", "x86_64");
-    EXPECT_EQ(expand_operand(&session, "${PACKAGES}/${ARCH}/rpm", true), "/opt/packages/x86_64/rpm");
-    EXPECT_EQ(expand_operand(&session, std::string("${PACKAGES}/${ARCH}/rpm"), true),
-              "/opt/packages/x86_64/rpm");
-    EXPECT_EQ(expand_operand(&session, "${PACKAGES}${ARCH}", false), "/opt/packagesx86_64");
-    EXPECT_EQ(expand_operand(&session, "plain text", true), "plain text");
-    EXPECT_EQ(expand_operand(&session, "", true), "");
-}
-
-TEST_F(HostSessionTest, ExpandOperandUnknownNamesBecomeEmpty) {
-    HostSession session;
-    session.SetValue("A", "a");
-    EXPECT_EQ(expand_operand(&session, "x${UNKNOWN}y", true), "xy");
-    EXPECT_EQ(expand_operand(&session, "${}", true), "");
-    EXPECT_EQ(expand_operand(&session, "${UNKNOWN}", true), "");
-}
-
-TEST_F(HostSessionTest, ExpandOperandKeepsWhatIsNotAReference) {
-    HostSession session;
     session.SetValue("A", "a");
     session.SetValue("LOOP", "${A}");
-    EXPECT_EQ(expand_operand(&session, "$A/${A", true), "$A/${A");
-    EXPECT_EQ(expand_operand(&session, "${A}${A", true), "a${A");
-    EXPECT_EQ(expand_operand(&session, "cost: 5$", true), "cost: 5$");
-    // A value is inserted as it is, never expanded again.
-    EXPECT_EQ(expand_operand(&session, "${LOOP}", true), "${A}");
+    struct Case {
+        const char* operand;
+        bool flag;
+        const char* expanded;
+    };
+    const Case cases[] = {
+        // Named values are replaced.
+        {"${PACKAGES}/${ARCH}/rpm", true, "/opt/packages/x86_64/rpm"},
+        {"${PACKAGES}${ARCH}", false, "/opt/packagesx86_64"},
+        {"plain text", true, "plain text"},
+        {"", true, ""},
+        // Unknown names become empty.
+        {"x${UNKNOWN}y", true, "xy"},
+        {"${}", true, ""},
+        {"${UNKNOWN}", true, ""},
+        // What is not a reference is kept.
+        {"$A/${A", true, "$A/${A"},
+        {"${A}${A", true, "a${A"},
+        {"cost: 5$", true, "cost: 5$"},
+        // A value is inserted as it is, never expanded again.
+        {"${LOOP}", true, "${A}"},
+    };
+    for (const Case& row : cases) {
+        EXPECT_EQ(expand_operand(&session, row.operand, row.flag), row.expanded) << row.operand;
+    }
+    EXPECT_EQ(expand_operand(&session, std::string("${PACKAGES}/${ARCH}/rpm"), true),
+              "/opt/packages/x86_64/rpm");
 }
 
 TEST_F(HostSessionTest, IntToStr) {

@@ -18,16 +18,11 @@
 #include <utility>
 #include <vector>
 
-using fixtures::Package;
+using hosttest::Key;
 using testsupport::ReadFile;
 using testsupport::ShellQuote;
-using testsupport::TempDir;
 
 namespace {
-
-std::string Key() {
-    return fixtures::KeyArmored("rsa2048");
-}
 
 std::vector<std::string> Rows(const std::string& text) {
     return hosttest::SplitRecords(text);
@@ -89,17 +84,14 @@ private:
     std::string m_Socket;
 };
 
-class HostTerminalTest : public ::testing::TestWithParam<size_t> {
+class HostTerminalTest : public hosttest::HostFolderTest<::testing::TestWithParam<size_t>> {
 protected:
     void SetUp() override {
         if (testsupport::Run("command -v tmux").exitCode != 0) {
             GTEST_FAIL() << "tmux is not installed (make deps installs it)";
         }
-        REQUIRE_FIXTURE(Key());
-        REQUIRE_FIXTURE(Package("signed-rsa2048-sha256.rpm"));
+        RequireKeyAndPackages({"signed-rsa2048-sha256.rpm"});
     }
-
-    TempDir m_Work;
 };
 
 TEST_P(HostTerminalTest, TheBarFitsThePaneAndLeavesNothingBehind) {
@@ -109,7 +101,7 @@ TEST_P(HostTerminalTest, TheBarFitsThePaneAndLeavesNothingBehind) {
     std::vector<std::string> packages;
     for (const char* name : {"p1.rpm", "p2.rpm", "slow.rpm", "p3.rpm", "p4.rpm"}) {
         packages.push_back(folder + "/" + name);
-        testsupport::WriteFile(m_Work.File(packages.back()), ReadFile(Package("signed-rsa2048-sha256.rpm")));
+        Place("signed-rsa2048-sha256.rpm", packages.back());
     }
     // The third package takes a while: 128 MiB of zeros after the package,
     // which the payload digest reads to the end.

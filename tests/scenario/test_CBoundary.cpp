@@ -10,6 +10,7 @@
 #include "Fixtures.h"
 #include "PluginLogLines.h"
 #include "PluginSessionTest.h"
+#include "RpmVerifyCall.h"
 #include "Sanitizer.h"
 #include "TestSupport.h"
 
@@ -33,17 +34,8 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-struct Result {
-    int status;
-    std::string message;
-};
-
-Result Verify(const std::string& file, const std::string& key) {
-    RPM_RESULT result = rpm_verify(file.c_str(), key.c_str());
-    Result copy{result.status, result.message != nullptr ? result.message : "<null>"};
-    std::free(result.message);
-    return copy;
-}
+using Result = testsupport::VerifyResult;
+using testsupport::Verify;
 
 std::string Key() {
     return fixtures::KeyArmored("rsa2048");

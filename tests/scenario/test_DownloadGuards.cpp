@@ -24,20 +24,7 @@
 #include <vector>
 
 using host::HostLog;
-using testsupport::AppendAttempt;
-using testsupport::CommandValueLine;
-using testsupport::kDownloadingLine;
-using testsupport::KeyObtainedLine;
-using testsupport::kWgetProtocols;
-using testsupport::LoopbackHttpServer;
-using testsupport::MisbehavingKeyService;
-using testsupport::PathExists;
-using testsupport::ReadFile;
-using testsupport::RequestLine;
-using testsupport::SignedLine;
-using testsupport::UserKeyLine;
-using testsupport::WgetCommand;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 namespace {
 
@@ -82,6 +69,16 @@ protected:
         mkdir(folder.c_str(), 0755);
         WriteFile(folder + "/key.asc", ReadFile(FixtureKey()));
         return folder;
+    }
+
+    // Asks for the key at the service's /key.asc, where the download fails,
+    // and returns how many whole seconds the plug-in took to give up.
+    long SecondsToGiveUp(const MisbehavingKeyService& service) {
+        m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+        return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start)
+            .count();
     }
 
     void AddProductWithUpdateId(const std::string& id) {
@@ -225,12 +222,7 @@ TEST_F(DownloadGuardTest, SafeCharactersKeepTheCommandExactly) {
     EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     const std::string request = url + "?id=UPD-1.2_3~4:5/6?7=8%9+10,11@12";
     const std::string command = WgetCommand(request, m_Temp + "/PUBLIC_KEY.PUB");
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: web service call failed with status 2048");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(), FailedDownloadLines(request, command, kWgetProtocols, CallFailedLine(2048)));
 }
 
 // ------------------------------------------------------ temporary folder
@@ -373,13 +365,9 @@ TEST_F(DownloadGuardTest, DownloadedLinkIsNotAKey) {
 
     const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string command = WgetCommand("http://keys.invalid/key?id=", outFile);
-    Lines expected{kDownloadingLine, RequestLine("http://keys.invalid/key?id="), CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: downloaded key [" + outFile +
-                           "] is not a regular file");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(), FailedDownloadLines("http://keys.invalid/key?id=", command, kWgetProtocols,
+                                                    "_signing_call_webservice: downloaded key [" + outFile +
+                                                        "] is not a regular file"));
     EXPECT_EQ(ReadFile(victim), "not a key\n");
 }
 
@@ -387,39 +375,27 @@ TEST_F(DownloadGuardTest, DownloadedLinkIsNotAKey) {
 
 TEST_F(DownloadGuardTest, FloodingServiceIsCutAtTheKeySizeBound) {
     MisbehavingKeyService service(MisbehavingKeyService::Behaviour::Flood, 64UL * 1024 * 1024);
-    m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
-
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    SecondsToGiveUp(service);
 
     const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string command = WgetCommand(service.Url("/key.asc") + "?id=", outFile);
-    Lines expected{kDownloadingLine, RequestLine(service.Url("/key.asc") + "?id="),
-                   CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: downloaded key is larger than 4194304 bytes");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(),
+              FailedDownloadLines(service.Url("/key.asc") + "?id=", command, kWgetProtocols,
+                                  "_signing_call_webservice: downloaded key is larger than 4194304 bytes"));
     EXPECT_FALSE(PathExists(outFile));
     EXPECT_EQ(service.Connections(), 3);
 }
 
 TEST_F(DownloadGuardTest, SilentServiceEndsWithTheToolsTimeOut) {
     MisbehavingKeyService service(MisbehavingKeyService::Behaviour::Silent);
-    m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
-    const auto start = std::chrono::steady_clock::now();
-
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
-
-    const auto seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
+    const long seconds = SecondsToGiveUp(service);
     // wget's own idle time-out of 3 seconds ends each attempt; exit code 4
     // is its network failure.
     EXPECT_LT(seconds, 30);
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 12u);
-    EXPECT_EQ(lines[5], "_signing_call_webservice: web service call failed with status 1024");
-    EXPECT_EQ(lines[11], "_signing_call_webservice: web service call failed with status 1024");
+    EXPECT_EQ(lines[5], CallFailedLine(1024));
+    EXPECT_EQ(lines[11], CallFailedLine(1024));
 }
 
 // Takes 90 seconds: labelled slow.
@@ -427,25 +403,16 @@ class DownloadDeadline : public DownloadGuardTest {};
 
 TEST_F(DownloadDeadline, TricklingServiceIsKilledAfterThirtySecondsAnAttempt) {
     MisbehavingKeyService service(MisbehavingKeyService::Behaviour::Trickle);
-    m_Session.SetValue("SIGNING_DEFAULT_URL", service.Url("/key.asc"));
-    const auto start = std::chrono::steady_clock::now();
-
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
-
-    const auto seconds =
-        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
+    const long seconds = SecondsToGiveUp(service);
     // Three attempts of 30 seconds each, then it gives up.
     EXPECT_GE(seconds, 90);
     EXPECT_LT(seconds, 110);
     const std::string outFile = m_Temp + "/PUBLIC_KEY.PUB";
     const std::string command = WgetCommand(service.Url("/key.asc") + "?id=", outFile);
-    Lines expected{kDownloadingLine, RequestLine(service.Url("/key.asc") + "?id="),
-                   CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: web service call did not finish within 30 seconds");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(
+        HostLog::Lines(),
+        FailedDownloadLines(service.Url("/key.asc") + "?id=", command, kWgetProtocols,
+                            "_signing_call_webservice: web service call did not finish within 30 seconds"));
     EXPECT_FALSE(PathExists(outFile));
     // The killed tool is gone: nothing writes into the folder any more.
     // ("[w]get" keeps pgrep from finding the shell that runs it.)

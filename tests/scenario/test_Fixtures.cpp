@@ -497,27 +497,28 @@ TEST(Fixtures, BadSignaturesFailOnlyTheirRsaCheck) {
     EXPECT_EQ(SignatureMpiBits(bad), SignatureMpiBits(good));
     EXPECT_FALSE(GpgvAccepts(KeyBinary("rsa2048"), BadSignature(), DataFile()));
 
-    std::string header = RpmkeysReport(Package("badsig-header.rpm"));
-    EXPECT_FALSE(RpmkeysAccepts(Package("badsig-header.rpm")));
-    EXPECT_TRUE(
-        Contains(header, "Header V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": BAD"))
-        << header;
-    EXPECT_TRUE(
-        Contains(header, "\n    V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": OK"))
-        << header;
-    EXPECT_TRUE(Contains(header, "Header SHA1 digest: OK")) << header;
-    EXPECT_TRUE(Contains(header, "MD5 digest: OK")) << header;
-
-    std::string payload = RpmkeysReport(Package("badsig-payload.rpm"));
-    EXPECT_FALSE(RpmkeysAccepts(Package("badsig-payload.rpm")));
-    EXPECT_TRUE(
-        Contains(payload, "Header V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": OK"))
-        << payload;
-    EXPECT_TRUE(
-        Contains(payload, "\n    V4 RSA/SHA256 Signature, key ID " + KeyId("rsa2048").substr(8) + ": BAD"))
-        << payload;
-    EXPECT_TRUE(Contains(payload, "Header SHA1 digest: OK")) << payload;
-    EXPECT_TRUE(Contains(payload, "MD5 digest: OK")) << payload;
+    // Each package has one RSA value changed: rpmkeys finds that signature
+    // BAD, and the other one and both digests OK.
+    struct BadPackage {
+        const char* name;
+        const char* headerSignature;
+        const char* payloadSignature;
+    };
+    const std::string keyId = KeyId("rsa2048").substr(8);
+    for (const BadPackage& row :
+         {BadPackage{"badsig-header.rpm", "BAD", "OK"}, BadPackage{"badsig-payload.rpm", "OK", "BAD"}}) {
+        SCOPED_TRACE(row.name);
+        std::string report = RpmkeysReport(Package(row.name));
+        EXPECT_FALSE(RpmkeysAccepts(Package(row.name)));
+        EXPECT_TRUE(
+            Contains(report, "Header V4 RSA/SHA256 Signature, key ID " + keyId + ": " + row.headerSignature))
+            << report;
+        EXPECT_TRUE(
+            Contains(report, "\n    V4 RSA/SHA256 Signature, key ID " + keyId + ": " + row.payloadSignature))
+            << report;
+        EXPECT_TRUE(Contains(report, "Header SHA1 digest: OK")) << report;
+        EXPECT_TRUE(Contains(report, "MD5 digest: OK")) << report;
+    }
 }
 
 TEST(Fixtures, RpmDbHoldsExactlyTheTwoImportedKeys) {

@@ -68,12 +68,11 @@
 namespace {
 
 using rpmtest::Bytes;
-
-constexpr uint32_t kTagRegion = 62;
-constexpr uint32_t kTagSize = 1000;
-constexpr uint32_t kTagHeaderSignature = 268;
-constexpr uint32_t kTagPayloadSignature = 1002;
-constexpr uint32_t kTagMd5 = 1004;
+using rpmtest::kTagHeaderSignature;
+using rpmtest::kTagMd5;
+using rpmtest::kTagPayloadSignature;
+using rpmtest::kTagRegion;
+using rpmtest::kTagSize;
 
 // One signature-header entry with its own data bytes.
 struct SignatureItem {
@@ -284,7 +283,16 @@ protected:
 
     static void StripPayload(Dissected& package) { package.payload.clear(); }
 
-    static void ExpectRefused(const Outcome& outcome, const std::string& path, const std::string& detail) {
+    // Writes the package with its MD5 and size entries recomputed, as
+    // anyone who changed it can.
+    std::string WriteForged(Dissected& package, const std::string& name) {
+        package.RecomputeDigests();
+        return Write(package.Build(), name);
+    }
+
+    // Checks the package with the key and expects it refused with detail.
+    static void ExpectRefused(const std::string& path, const std::string& key, const std::string& detail) {
+        Outcome outcome = Check(path, key);
         EXPECT_EQ(RPM_ERROR, outcome.status);
         EXPECT_EQ("Internal error occured while verifying " + path, outcome.text);
         EXPECT_EQ(5, outcome.verdict);
@@ -297,6 +305,8 @@ protected:
 const char kCopyDetail[] =
     "Invalid format of data: Signature section: the header-and-payload signature (tag 1002) "
     "is a copy of the header-only signature (tag 268).";
+const char kVersion3HashedLengthDetail[] =
+    "Invalid format of data: OpenPGP signature packet: a version 3 signature hashes exactly 5 bytes, not ";
 const char kNoPayloadDetail[] = "File operation error: Invalid structure of the file: The package has no "
                                 "payload: its header-and-payload signature covers no payload byte.";
 
@@ -319,9 +329,8 @@ TEST_F(Forgeries, PayloadStrippingVersion4) {
     Dissected package = Dissect(testsupport::ReadBytes(Original()));
     StripPayload(package);
     package.Entry(kTagPayloadSignature).data = package.Entry(kTagHeaderSignature).data;
-    package.RecomputeDigests();
-    const std::string path = Write(package.Build(), "stripped-v4.rpm");
-    ExpectRefused(Check(path, OriginalKey()), path, kCopyDetail);
+    const std::string path = WriteForged(package, "stripped-v4.rpm");
+    ExpectRefused(path, OriginalKey(), kCopyDetail);
     EXPECT_FALSE(fixtures::RpmkeysAccepts(path));
 }
 
@@ -329,9 +338,8 @@ TEST_F(Forgeries, PayloadStrippingVersion3) {
     Dissected package = Version3Package();
     StripPayload(package);
     package.Entry(kTagPayloadSignature).data = package.Entry(kTagHeaderSignature).data;
-    package.RecomputeDigests();
-    const std::string path = Write(package.Build(), "stripped-v3.rpm");
-    ExpectRefused(Check(path, rpmtest::OwnKey::Get().KeyFile()), path, kCopyDetail);
+    const std::string path = WriteForged(package, "stripped-v3.rpm");
+    ExpectRefused(path, rpmtest::OwnKey::Get().KeyFile(), kCopyDetail);
 }
 
 TEST_F(Forgeries, PayloadStrippingWithAnEquivalentBlob) {
@@ -340,9 +348,8 @@ TEST_F(Forgeries, PayloadStrippingWithAnEquivalentBlob) {
     // An empty user-ID packet after the signature packet: other bytes, the same signature.
     package.Entry(kTagPayloadSignature).data =
         rpmtest::Concat(package.Entry(kTagHeaderSignature).data, Bytes{0xB4, 0x00});
-    package.RecomputeDigests();
-    const std::string path = Write(package.Build(), "stripped-equivalent.rpm");
-    ExpectRefused(Check(path, OriginalKey()), path, kNoPayloadDetail);
+    const std::string path = WriteForged(package, "stripped-equivalent.rpm");
+    ExpectRefused(path, OriginalKey(), kNoPayloadDetail);
     EXPECT_FALSE(fixtures::RpmkeysAccepts(path));
 }
 
@@ -373,11 +380,8 @@ TEST_F(Forgeries, Version3HashedLengthZero) {
     // 5 bytes were hashed; 5 bytes after the signature value keep it right.
     rpmtest::Append(packet.rest, Bytes(5, 0));
     package.Entry(kTagPayloadSignature).data = packet.Build();
-    package.RecomputeDigests();
-    const std::string path = Write(package.Build(), "v3-hashed-0.rpm");
-    ExpectRefused(Check(path, rpmtest::OwnKey::Get().KeyFile()), path,
-                  "Invalid format of data: OpenPGP signature packet: a version 3 signature hashes exactly 5 "
-                  "bytes, not 0");
+    const std::string path = WriteForged(package, "v3-hashed-0.rpm");
+    ExpectRefused(path, rpmtest::OwnKey::Get().KeyFile(), kVersion3HashedLengthDetail + std::string("0"));
 }
 
 TEST_F(Forgeries, Version3HashedLength69) {
@@ -388,11 +392,8 @@ TEST_F(Forgeries, Version3HashedLength69) {
     package.payload.resize(package.payload.size() - 64);
     packet.hashed = rpmtest::Concat(moved, packet.hashed);
     package.Entry(kTagPayloadSignature).data = packet.Build();
-    package.RecomputeDigests();
-    const std::string path = Write(package.Build(), "v3-hashed-69.rpm");
-    ExpectRefused(Check(path, rpmtest::OwnKey::Get().KeyFile()), path,
-                  "Invalid format of data: OpenPGP signature packet: a version 3 signature hashes exactly 5 "
-                  "bytes, not 69");
+    const std::string path = WriteForged(package, "v3-hashed-69.rpm");
+    ExpectRefused(path, rpmtest::OwnKey::Get().KeyFile(), kVersion3HashedLengthDetail + std::string("69"));
 }
 
 TEST_F(Forgeries, Version4IsImmuneToMovedHashedBytes) {
@@ -411,8 +412,7 @@ TEST_F(Forgeries, Version4IsImmuneToMovedHashedBytes) {
             packet.hashed = rpmtest::Concat(moved, packet.hashed);
         }
         package.Entry(kTagPayloadSignature).data = packet.Build();
-        package.RecomputeDigests();
-        const std::string path = Write(package.Build(), "v4-moved-" + std::to_string(variant) + ".rpm");
+        const std::string path = WriteForged(package, "v4-moved-" + std::to_string(variant) + ".rpm");
         Outcome outcome = Check(path, OriginalKey());
         EXPECT_EQ(RPM_INVALID_SIGNATURE, outcome.status) << variant;
         EXPECT_EQ(path + " has invalid signature.", outcome.text);

@@ -5,6 +5,7 @@
 // Lengths that lie (index counts, data sizes, entry offsets, packet lengths,
 // MPI bit counts, a huge Base64 body) must be refused quickly with a clear
 // text and with memory bounded by the input's size.
+#include "ExceptionText.h"
 #include "PackageLayout.h"
 #include "TestSupport.h"
 
@@ -33,6 +34,7 @@
 
 namespace {
 
+using testsupport::ExpectThrowWithText;
 using testsupport::Fixture;
 using testsupport::ReadFile;
 using testsupport::TempDir;
@@ -169,6 +171,25 @@ const ByteChange kByteChanges[] = {
     {"xor 0x01", [](unsigned char b) -> unsigned char { return b ^ 0x01; }},
     {"xor 0x80", [](unsigned char b) -> unsigned char { return b ^ 0x80; }},
 };
+
+// One change of the byte at a position: the byte it makes and its
+// description, "<what> <position> <change>".
+struct ChangedByte {
+    unsigned char value;
+    std::string description;
+};
+
+// The changes of kByteChanges that alter the byte at the position.
+std::vector<ChangedByte> ChangesAt(const std::string& what, size_t at, char original) {
+    std::vector<ChangedByte> changes;
+    for (const ByteChange& change : kByteChanges) {
+        const unsigned char changed = change.apply(static_cast<unsigned char>(original));
+        if (changed != static_cast<unsigned char>(original)) {
+            changes.push_back({changed, what + " " + std::to_string(at) + " " + change.name});
+        }
+    }
+    return changes;
+}
 
 // Armor as gpg writes it: BEGIN line, blank line, Base64 lines of 64
 // characters, checksum line, END line.
@@ -375,14 +396,9 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
     };
     size_t checkedCases = 0;
     for (size_t at = 0; at < layout.mainHeaderEnd; at += stride) {
-        const unsigned char original = static_cast<unsigned char>(m_Package[at]);
-        for (const ByteChange& change : kByteChanges) {
-            const unsigned char changed = change.apply(original);
-            if (changed == original) {
-                continue;
-            }
-            file.SetByte(at, changed);
-            const std::string description = "byte " + std::to_string(at) + " " + change.name;
+        for (const ChangedByte& change : ChangesAt("byte", at, m_Package[at])) {
+            file.SetByte(at, change.value);
+            const std::string& description = change.description;
             const int status = tally.Add(rpm_verify(file.Path().c_str(), m_KeyPath.c_str()), description);
             // The main header is covered by its SHA-1 and by both signatures.
             if (at >= layout.mainHeader && status == RPM_SIGNED) {
@@ -390,7 +406,7 @@ TEST_F(HostileInput, EveryByteOfLeadAndHeadersChanged) {
             }
             if (InAnyRange(checked, at)) {
                 ++checkedCases;
-                if (status == RPM_SIGNED && !sameValueLength(at, changed)) {
+                if (status == RPM_SIGNED && !sameValueLength(at, change.value)) {
                     tally.Fail(description + " (digest or signature data) passes as signed");
                 }
             }
@@ -444,14 +460,9 @@ TEST_F(HostileInput, EveryByteOfTheArmorTextChanged) {
     }
     ASSERT_GE(modulusCharacters, 340u);
     for (size_t at = 0; at < m_Key.size(); ++at) {
-        const unsigned char original = static_cast<unsigned char>(m_Key[at]);
-        for (const ByteChange& change : kByteChanges) {
-            const unsigned char changed = change.apply(original);
-            if (changed == original) {
-                continue;
-            }
-            key.SetByte(at, changed);
-            const std::string description = "key byte " + std::to_string(at) + " " + change.name;
+        for (const ChangedByte& change : ChangesAt("key byte", at, m_Key[at])) {
+            key.SetByte(at, change.value);
+            const std::string& description = change.description;
             const int status = tally.Add(rpm_verify(package.c_str(), key.Path().c_str()), description);
             if (inModulus[at] && status == RPM_SIGNED) {
                 tally.Fail(description + " (modulus) passes as signed");
@@ -474,16 +485,11 @@ TEST_F(HostileInput, EveryByteOfTheKeyPacketsChanged) {
     WriteFile(path, Armor(packets));
     ASSERT_EQ(RPM_SIGNED, tally.Add(rpm_verify(package.c_str(), path.c_str()), "re-armored key"));
     for (size_t at = 0; at < packets.size(); ++at) {
-        const unsigned char original = static_cast<unsigned char>(packets[at]);
-        for (const ByteChange& change : kByteChanges) {
-            const unsigned char changed = change.apply(original);
-            if (changed == original) {
-                continue;
-            }
+        for (const ChangedByte& change : ChangesAt("packet byte", at, packets[at])) {
             std::string mutated = packets;
-            mutated[at] = static_cast<char>(changed);
+            mutated[at] = static_cast<char>(change.value);
             WriteFile(path, Armor(mutated));
-            const std::string description = "packet byte " + std::to_string(at) + " " + change.name;
+            const std::string& description = change.description;
             const int status = tally.Add(rpm_verify(package.c_str(), path.c_str()), description);
             if (at >= modulus.first && at < modulus.second && status == RPM_SIGNED) {
                 tally.Fail(description + " (modulus) passes as signed");
@@ -696,37 +702,24 @@ TEST_F(HostileInput, KeyPacketLengthBeyondTheKey) {
 TEST(HostilePackets, LengthTagBeyondTheInput) {
     unsigned int header = 0;
     char huge[6] = {'\x8A', '\xFF', '\xFF', '\xFF', '\xFF', 0};
-    try {
-        PgpPacket::ParseLengthTag(huge, sizeof(huge), header);
-        ADD_FAILURE() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ("Invalid format of data: OpenPGP packet header: packet length 4294967295 is too large",
-                     error.what());
-    }
+    ExpectThrowWithText<DataFormatException>(
+        [&] { PgpPacket::ParseLengthTag(huge, sizeof(huge), header); },
+        "Invalid format of data: OpenPGP packet header: packet length 4294967295 is too large");
     // A length type whose octets are not there.
     char cut[2] = {'\x8A', '\x01'};
-    try {
-        PgpPacket::ParseLengthTag(cut, sizeof(cut), header);
-        ADD_FAILURE() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ(
-            "Invalid format of data: OpenPGP packet header: packet length runs past the end of the data (4 "
-            "bytes needed, 1 left)",
-            error.what());
-    }
+    ExpectThrowWithText<DataFormatException>(
+        [&] { PgpPacket::ParseLengthTag(cut, sizeof(cut), header); },
+        "Invalid format of data: OpenPGP packet header: packet length runs past the end of the data (4 "
+        "bytes needed, 1 left)");
     // The largest length that still adds up is accepted as a number; the
     // message then refuses it against what is there.
     char largest[6] = {'\xB6', '\xFF', '\xFF', '\xFF', '\xF9', 0};
     EXPECT_EQ(0xFFFFFFFFu, PgpPacket::ParseLengthTag(largest, sizeof(largest), header));
     EXPECT_EQ(6u, header);
-    try {
-        PgpMessage message(largest, sizeof(largest));
-        ADD_FAILURE() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ("Invalid format of data: OpenPGP message: packet length runs past the end of the data "
-                     "(4294967295 bytes claimed, 6 left)",
-                     error.what());
-    }
+    ExpectThrowWithText<DataFormatException>(
+        [&] { PgpMessage message(largest, sizeof(largest)); },
+        "Invalid format of data: OpenPGP message: packet length runs past the end of the data "
+        "(4294967295 bytes claimed, 6 left)");
 }
 
 TEST(HostilePackets, MpiBitCountsUpToTheLimit) {
@@ -763,26 +756,16 @@ TEST(HostilePackets, MpiBitCountsUpToTheLimit) {
 TEST(HostilePackets, SignatureWithHugeHashedLength) {
     // Version 4 signature whose hashed area claims 65535 bytes.
     std::string packet = std::string("\x88\x0A\x04\x00\x01\x08\xFF\xFF", 8) + std::string(4, '\0');
-    try {
-        PgpSignatureData signature(&packet[0], static_cast<unsigned int>(packet.size()));
-        ADD_FAILURE() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ(
-            "Invalid format of data: OpenPGP signature packet: hashed subpackets runs past the end of the "
-            "data (65535 bytes needed, 4 left)",
-            error.what());
-    }
+    ExpectThrowWithText<DataFormatException>(
+        [&] { PgpSignatureData signature(&packet[0], static_cast<unsigned int>(packet.size())); },
+        "Invalid format of data: OpenPGP signature packet: hashed subpackets runs past the end of the "
+        "data (65535 bytes needed, 4 left)");
     // Version 3 whose signed hashed length octet becomes 0xFF80.
     std::string v3 = std::string("\x88\x10\x03\x80", 4) + std::string(14, '\0');
-    try {
-        PgpSignatureData signature(&v3[0], static_cast<unsigned int>(v3.size()));
-        ADD_FAILURE() << "no exception";
-    } catch (const DataFormatException& error) {
-        EXPECT_STREQ(
-            "Invalid format of data: OpenPGP signature packet: hashed data runs past the end of the data "
-            "(65408 bytes needed, 14 left)",
-            error.what());
-    }
+    ExpectThrowWithText<DataFormatException>(
+        [&] { PgpSignatureData signature(&v3[0], static_cast<unsigned int>(v3.size())); },
+        "Invalid format of data: OpenPGP signature packet: hashed data runs past the end of the data "
+        "(65408 bytes needed, 14 left)");
 }
 
 // ---------------------------------------------------------------------------

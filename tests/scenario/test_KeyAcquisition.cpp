@@ -15,7 +15,9 @@
 
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <list>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <sys/stat.h>
@@ -23,22 +25,7 @@
 #include <vector>
 
 using host::HostLog;
-using testsupport::AppendAttempt;
-using testsupport::CommandValueLine;
-using testsupport::CurlCommand;
-using testsupport::EnvironmentVariableGuard;
-using testsupport::kCurlProtocols;
-using testsupport::kDownloadingLine;
-using testsupport::KeyObtainedLine;
-using testsupport::kWgetProtocols;
-using testsupport::LinkTools;
-using testsupport::LoopbackHttpServer;
-using testsupport::NoHttpProxy;
-using testsupport::ReadFile;
-using testsupport::RequestLine;
-using testsupport::TempDir;
-using testsupport::WgetCommand;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 namespace {
 
@@ -124,6 +111,33 @@ protected:
         m_Session.Installation().AddProduct("product", PhoneHome(id));
     }
 
+    // The log, the answer and the key file when the first download attempt,
+    // with the given command builder and secure option, obtained the served
+    // key from path?id=id.
+    void ExpectServedKeyObtained(const std::string& result, const LoopbackHttpServer& server,
+                                 const std::string& path, const std::string& id,
+                                 std::string (*commandOf)(const std::string&, const std::string&),
+                                 const std::string& protocol) {
+        const std::string request = server.Url(path) + "?id=" + id;
+        const std::string command = commandOf(request, OutFile());
+        Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
+        AppendAttempt(expected, command, protocol);
+        expected.push_back(KeyObtainedLine(OutFile()));
+        EXPECT_EQ(HostLog::Lines(), expected);
+        EXPECT_EQ(result, OutFile());
+        EXPECT_EQ(ReadFile(OutFile()), ServedKey());
+        EXPECT_NE(server.RequestLog().find("\"GET " + path + "?id=" + id + " HTTP/1.1\" 200"),
+                  std::string::npos)
+            << server.RequestLog();
+    }
+
+    // Asks for the key with the default URL set: the answer is the key's
+    // path, or empty when none was obtained.
+    std::string KeyFrom(const std::string& defaultUrl) {
+        m_Session.SetValue("SIGNING_DEFAULT_URL", defaultUrl);
+        return _signing_get_public_key(&m_Session);
+    }
+
     std::string m_Standins;
     EnvironmentVariableGuard m_Path;
 };
@@ -134,9 +148,8 @@ TEST_F(KeyAcquisitionTest, UserKeyIsReturnedUnchangedWithoutProbing) {
     WriteStandin("which", "exit 0\n");
     StandinsFirstOnPath();
     m_Session.SetValue("signature", "relative/key.asc with http://not-checked");
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://127.0.0.1:9/");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "relative/key.asc with http://not-checked");
+    EXPECT_EQ(KeyFrom("http://127.0.0.1:9/"), "relative/key.asc with http://not-checked");
     EXPECT_EQ(HostLog::Lines(), (Lines{"signing_get_public_key: public key specified by user "
                                        "relative/key.asc with http://not-checked"}));
     EXPECT_TRUE(StandinCallLines("which").empty());
@@ -150,40 +163,25 @@ TEST_F(KeyAcquisitionTest, RealWgetDownloadsTheKeyFromALoopbackServer) {
     mkdir((served + "/keys").c_str(), 0755);
     WriteFile(served + "/keys/key.asc", ServedKey());
     LoopbackHttpServer server(served, m_Work.File("server.log"));
-    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/keys/key.asc"));
     AddProductWithUpdateId("UPD-42");
 
-    std::string result = _signing_get_public_key(&m_Session);
+    std::string result = KeyFrom(server.Url("/keys/key.asc"));
 
-    std::string request = server.Url("/keys/key.asc") + "?id=UPD-42";
-    std::string command = WgetCommand(request, OutFile());
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    AppendAttempt(expected, command, "--secure-protocol=SSLv3");
-    expected.push_back(KeyObtainedLine(OutFile()));
-    EXPECT_EQ(HostLog::Lines(), expected);
-    EXPECT_EQ(result, OutFile());
-    EXPECT_EQ(ReadFile(OutFile()), ServedKey());
-    EXPECT_NE(server.RequestLog().find("\"GET /keys/key.asc?id=UPD-42 HTTP/1.1\" 200"), std::string::npos)
-        << server.RequestLog();
+    ExpectServedKeyObtained(result, server, "/keys/key.asc", "UPD-42", WgetCommand,
+                            "--secure-protocol=SSLv3");
     EXPECT_EQ(_signing_is_valid_key(result), 0);
 }
 
 TEST_F(KeyAcquisitionTest, RealWgetAnsweredWithNotFoundFailsThreeTimes) {
     NoHttpProxy noProxy;
     LoopbackHttpServer server(ServedFolder(), m_Work.File("server.log"));
-    m_Session.SetValue("SIGNING_DEFAULT_URL", server.Url("/missing.asc"));
 
-    std::string result = _signing_get_public_key(&m_Session);
+    std::string result = KeyFrom(server.Url("/missing.asc"));
 
     // wget reports a server error response with exit code 8.
     std::string request = server.Url("/missing.asc") + "?id=";
     std::string command = WgetCommand(request, OutFile());
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: web service call failed with status 2048");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(), FailedDownloadLines(request, command, kWgetProtocols, CallFailedLine(2048)));
     EXPECT_EQ(result, "");
 }
 
@@ -200,33 +198,18 @@ TEST_F(KeyAcquisitionTest, RealCurlWhenOnlyCurlIsInstalled) {
 
     std::string result = _signing_get_public_key(&m_Session);
 
-    std::string request = server.Url("/key.asc") + "?id=UPD-7";
-    std::string command = CurlCommand(request, OutFile());
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    AppendAttempt(expected, command, "--sslv3");
-    expected.push_back(KeyObtainedLine(OutFile()));
-    EXPECT_EQ(HostLog::Lines(), expected);
-    EXPECT_EQ(result, OutFile());
-    EXPECT_EQ(ReadFile(OutFile()), ServedKey());
-    EXPECT_NE(server.RequestLog().find("\"GET /key.asc?id=UPD-7 HTTP/1.1\" 200"), std::string::npos)
-        << server.RequestLog();
+    ExpectServedKeyObtained(result, server, "/key.asc", "UPD-7", CurlCommand, "--sslv3");
 }
 
 TEST_F(KeyAcquisitionTest, DownloadExitingWithCode8IsAttemptedThreeTimes) {
     FailingWgetFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
     AddProductWithUpdateId("UPD-8");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
 
     std::string request = "http://keys.invalid/key?id=UPD-8";
     std::string command = WgetCommand(request, OutFile());
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: web service call failed with status 2048");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(), FailedDownloadLines(request, command, kWgetProtocols, CallFailedLine(2048)));
     // Every attempt runs the plain command: the secure option is only logged.
     std::string arguments = "--timeout=3 --tries=1 --quiet " + request + " -O " + OutFile();
     EXPECT_EQ(StandinCallLines("wget"), (Lines{arguments, arguments, arguments}));
@@ -235,44 +218,36 @@ TEST_F(KeyAcquisitionTest, DownloadExitingWithCode8IsAttemptedThreeTimes) {
 TEST_F(KeyAcquisitionTest, ExitCodeOneIsLoggedAsTheRawWaitStatus) {
     WriteStandin("wget", "exit 1\n");
     StandinsFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
     Lines lines = HostLog::Lines();
     ASSERT_EQ(lines.size(), 12u);
-    EXPECT_EQ(lines[5], "_signing_call_webservice: web service call failed with status 256");
-    EXPECT_EQ(lines[8], "_signing_call_webservice: web service call failed with status 256");
-    EXPECT_EQ(lines[11], "_signing_call_webservice: web service call failed with status 256");
+    EXPECT_EQ(lines[5], CallFailedLine(256));
+    EXPECT_EQ(lines[8], CallFailedLine(256));
+    EXPECT_EQ(lines[11], CallFailedLine(256));
 }
 
 TEST_F(KeyAcquisitionTest, DownloadKilledBySignalIsAttemptedThreeTimes) {
     WriteKillingStandin("wget");
     StandinsFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
     AddProductWithUpdateId("UPD-9");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
 
     EXPECT_STREQ(strsignal(SIGKILL), "Killed");
     std::string killed = "_signing_call_webservice: signing web service call failed by signal 9 - " +
                          std::string(strsignal(SIGKILL)) + ".\n";
     std::string request = "http://keys.invalid/key?id=UPD-9";
     std::string command = WgetCommand(request, OutFile());
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back(killed);
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(), FailedDownloadLines(request, command, kWgetProtocols, killed));
     EXPECT_EQ(StandinCallLines("wget").size(), 3u);
 }
 
 TEST_F(KeyAcquisitionTest, ProbeKilledBySignalEndsTheSearch) {
     WriteKillingStandin("which");
     StandinsFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
     EXPECT_EQ(HostLog::Lines(), (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id="),
                                        "_signing_get_command: signing command check failed by signal 9 - " +
                                            std::string(strsignal(SIGKILL)) + ".\n"}));
@@ -286,8 +261,7 @@ TEST_F(KeyAcquisitionTest, NeitherToolGivesNoCommandAndNoLog) {
     EXPECT_EQ(_signing_get_command("http://keys.invalid/key?id=1", OutFile()), "");
     EXPECT_TRUE(HostLog::Lines().empty());
 
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
     EXPECT_EQ(HostLog::Lines(), (Lines{kDownloadingLine, RequestLine("http://keys.invalid/key?id=")}));
 }
 
@@ -325,18 +299,12 @@ TEST_F(KeyAcquisitionTest, LongCommandIsCutToTheCommandBuffer) {
 TEST_F(KeyAcquisitionTest, CurlDownloadFailingThreeTimesLogsCurlProtocols) {
     WriteStandin("curl", "exit 7\n");
     StandinsBeforeShAndWhich();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
 
     std::string request = "http://keys.invalid/key?id=";
-    std::string command = CurlCommand(request, OutFile());
-    Lines expected{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    for (const char* protocol : kCurlProtocols) {
-        AppendAttempt(expected, command, protocol);
-        expected.push_back("_signing_call_webservice: web service call failed with status 1792");
-    }
-    EXPECT_EQ(HostLog::Lines(), expected);
+    EXPECT_EQ(HostLog::Lines(), FailedDownloadLines(request, CurlCommand(request, OutFile()), kCurlProtocols,
+                                                    CallFailedLine(1792)));
 }
 
 TEST_F(KeyAcquisitionTest, SecureOptionFollowsTheToolNamedAnywhereInTheCommand) {
@@ -347,9 +315,8 @@ TEST_F(KeyAcquisitionTest, SecureOptionFollowsTheToolNamedAnywhereInTheCommand) 
     std::string temp = m_Work.File("wget-downloads");
     mkdir(temp.c_str(), 0755);
     m_Session.SetValue("TEMP_FOLDER", temp);
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom("http://keys.invalid/key"), "");
 
     std::string command = CurlCommand("http://keys.invalid/key?id=", temp + "/PUBLIC_KEY.PUB");
     Lines lines = HostLog::Lines();
@@ -362,11 +329,10 @@ TEST_F(KeyAcquisitionTest, SecureOptionFollowsTheToolNamedAnywhereInTheCommand) 
 
 TEST_F(KeyAcquisitionTest, EmptyUrlsStillAttemptTheDownload) {
     FailingWgetFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "");
     m_Session.SetValue("signing_url", "");
     AddProductWithUpdateId("UPD-3");
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
+    EXPECT_EQ(KeyFrom(""), "");
 
     std::string command = WgetCommand("?id=UPD-3", OutFile());
     Lines lines = HostLog::Lines();
@@ -377,77 +343,95 @@ TEST_F(KeyAcquisitionTest, EmptyUrlsStillAttemptTheDownload) {
     EXPECT_EQ(StandinCallLines("wget"), (Lines{arguments, arguments, arguments}));
 }
 
-TEST_F(KeyAcquisitionTest, SigningUrlOverridesTheDefault) {
-    FailingWgetFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://default.invalid/key");
-    m_Session.SetValue("signing_url", "http://override.invalid/key");
+// The request the plug-in builds from the session's URLs and the first
+// update identifier it finds among the products and their components: each
+// case sets up a fresh session in which a failing wget is first on PATH and
+// the default URL is http://keys.invalid/key.
+namespace {
 
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
-    Lines lines = HostLog::Lines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[1], RequestLine("http://override.invalid/key?id="));
+class KeyRequestTest;
+struct KeyRequestCase {
+    const char* name;
+    std::function<void(KeyRequestTest&)> setUp;
+    std::string request;
+};
+
+class KeyRequestTest : public KeyAcquisitionTest, public ::testing::WithParamInterface<KeyRequestCase> {
+public:
+    using KeyAcquisitionTest::m_Session;
+    using KeyAcquisitionTest::PhoneHome;
+};
+
+void PrintTo(const KeyRequestCase& row, std::ostream* out) {
+    *out << row.name;
 }
 
-TEST_F(KeyAcquisitionTest, NoPhonehomeLeavesTheIdentifierEmpty) {
+const KeyRequestCase kKeyRequestCases[] = {
+    {"SigningUrlOverridesTheDefault",
+     [](KeyRequestTest& test) {
+         test.m_Session.SetValue("SIGNING_DEFAULT_URL", "http://default.invalid/key");
+         test.m_Session.SetValue("signing_url", "http://override.invalid/key");
+     },
+     "http://override.invalid/key?id="},
+    {"NoPhonehomeLeavesTheIdentifierEmpty",
+     [](KeyRequestTest& test) {
+         host::HostInstallation& installation = test.m_Session.Installation();
+         Product& product = installation.AddProduct("product", Environment{{"other", "x"}});
+         installation.AddComponent(product, "rpm", "c", "/p", "c.rpm", Environment{{"VokUpdateId", "X"}});
+     },
+     "http://keys.invalid/key?id="},
+    {"ComponentIdentifierUsedWhenTheProductsIsEmpty",
+     [](KeyRequestTest& test) {
+         host::HostInstallation& installation = test.m_Session.Installation();
+         Product& product = installation.AddProduct("product", test.PhoneHome(""));
+         installation.AddComponent(product, "rpm", "c", "/p", "c.rpm", test.PhoneHome("UPD-COMPONENT"));
+     },
+     "http://keys.invalid/key?id=UPD-COMPONENT"},
+    {"FirstIdentifierWinsProductBeforeItsComponents",
+     [](KeyRequestTest& test) {
+         host::HostInstallation& installation = test.m_Session.Installation();
+         // First product: nothing usable (no phonehome, an unknown token, a
+         // nested environment without an identifier).
+         Product& first = installation.AddProduct("first");
+         installation.AddComponent(first, "rpm", "a", "/p", "a.rpm",
+                                   Environment{{"phonehome", "env:999999999"}});
+         installation.AddComponent(
+             first, "rpm", "b", "/p", "b.rpm",
+             Environment{{"phonehome", test.m_Session.AddNestedEnvironment(Environment{})}});
+         // Second product: its own identifier comes before its component's.
+         Product& second = installation.AddProduct("second", test.PhoneHome("UPD-P2"));
+         installation.AddComponent(second, "rpm", "c", "/p", "c.rpm", test.PhoneHome("UPD-C2"));
+         installation.AddProduct("third", test.PhoneHome("UPD-P3"));
+     },
+     "http://keys.invalid/key?id=UPD-P2"},
+    {"EarlierProductsComponentBeatsALaterProduct",
+     [](KeyRequestTest& test) {
+         host::HostInstallation& installation = test.m_Session.Installation();
+         Product& first = installation.AddProduct("first");
+         installation.AddComponent(first, "rpm", "a", "/p", "a.rpm", test.PhoneHome("UPD-C1"));
+         installation.AddProduct("second", test.PhoneHome("UPD-P2"));
+     },
+     "http://keys.invalid/key?id=UPD-C1"},
+};
+
+} // namespace
+
+TEST_P(KeyRequestTest, CarriesTheUrlAndTheFirstUpdateIdentifier) {
     FailingWgetFirstOnPath();
     m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    Product& product = m_Session.Installation().AddProduct("product", Environment{{"other", "x"}});
-    m_Session.Installation().AddComponent(product, "rpm", "c", "/p", "c.rpm",
-                                          Environment{{"VokUpdateId", "X"}});
+    GetParam().setUp(*this);
 
     EXPECT_EQ(_signing_get_public_key(&m_Session), "");
     Lines lines = HostLog::Lines();
     ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id="));
-    EXPECT_EQ(lines[2], CommandValueLine(WgetCommand("http://keys.invalid/key?id=", OutFile())));
+    EXPECT_EQ(lines[1], RequestLine(GetParam().request));
+    EXPECT_EQ(lines[2], CommandValueLine(WgetCommand(GetParam().request, OutFile())));
 }
 
-TEST_F(KeyAcquisitionTest, ComponentIdentifierUsedWhenTheProductsIsEmpty) {
-    FailingWgetFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    Product& product = m_Session.Installation().AddProduct("product", PhoneHome(""));
-    m_Session.Installation().AddComponent(product, "rpm", "c", "/p", "c.rpm", PhoneHome("UPD-COMPONENT"));
-
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
-    Lines lines = HostLog::Lines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id=UPD-COMPONENT"));
-}
-
-TEST_F(KeyAcquisitionTest, FirstIdentifierWinsProductBeforeItsComponents) {
-    FailingWgetFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    host::HostInstallation& installation = m_Session.Installation();
-    // First product: nothing usable (no phonehome, an unknown token, a
-    // nested environment without an identifier).
-    Product& first = installation.AddProduct("first");
-    installation.AddComponent(first, "rpm", "a", "/p", "a.rpm", Environment{{"phonehome", "env:999999999"}});
-    installation.AddComponent(first, "rpm", "b", "/p", "b.rpm",
-                              Environment{{"phonehome", m_Session.AddNestedEnvironment(Environment{})}});
-    // Second product: its own identifier comes before its component's.
-    Product& second = installation.AddProduct("second", PhoneHome("UPD-P2"));
-    installation.AddComponent(second, "rpm", "c", "/p", "c.rpm", PhoneHome("UPD-C2"));
-    installation.AddProduct("third", PhoneHome("UPD-P3"));
-
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
-    Lines lines = HostLog::Lines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id=UPD-P2"));
-}
-
-TEST_F(KeyAcquisitionTest, EarlierProductsComponentBeatsALaterProduct) {
-    FailingWgetFirstOnPath();
-    m_Session.SetValue("SIGNING_DEFAULT_URL", "http://keys.invalid/key");
-    host::HostInstallation& installation = m_Session.Installation();
-    Product& first = installation.AddProduct("first");
-    installation.AddComponent(first, "rpm", "a", "/p", "a.rpm", PhoneHome("UPD-C1"));
-    installation.AddProduct("second", PhoneHome("UPD-P2"));
-
-    EXPECT_EQ(_signing_get_public_key(&m_Session), "");
-    Lines lines = HostLog::Lines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[1], RequestLine("http://keys.invalid/key?id=UPD-C1"));
-}
+INSTANTIATE_TEST_SUITE_P(KeyAcquisition, KeyRequestTest, ::testing::ValuesIn(kKeyRequestCases),
+                         [](const ::testing::TestParamInfo<KeyRequestCase>& info) {
+                             return info.param.name;
+                         });
 
 class KeyValidityTest : public testsupport::CapturedHostLogTest {
 protected:

@@ -20,17 +20,7 @@
 #include <vector>
 
 using host::HostLog;
-using testsupport::AppendAttempt;
-using testsupport::CommandValueLine;
-using testsupport::Fixture;
-using testsupport::kDownloadingLine;
-using testsupport::kWgetProtocols;
-using testsupport::RequestLine;
-using testsupport::ResultLine;
-using testsupport::SignedLine;
-using testsupport::UserKeyLine;
-using testsupport::WgetCommand;
-using testsupport::WriteFile;
+using namespace testsupport;
 
 namespace {
 
@@ -376,12 +366,10 @@ TEST_F(PackageListValidationTest, RefusedDownloadFallsBackToTheLocalKey) {
 
     const std::string request = url + "?id=UPD-1";
     const std::string command = WgetCommand(request, m_Temp + "/PUBLIC_KEY.PUB");
-    Lines expected{kStarted, kDownloadingLine, RequestLine(request), CommandValueLine(command)};
-    for (const char* protocol : kWgetProtocols) {
-        AppendAttempt(expected, command, protocol);
-        // wget's exit code 4 (network failure) as a raw wait status.
-        expected.push_back("_signing_call_webservice: web service call failed with status 1024");
-    }
+    // wget's exit code 4 (network failure) as a raw wait status.
+    Lines expected{kStarted};
+    const Lines download = FailedDownloadLines(request, command, kWgetProtocols, CallFailedLine(1024));
+    expected.insert(expected.end(), download.begin(), download.end());
     expected.push_back(UserKeyLine(Key()));
     expected.push_back(SignedLine(Package("signed-rsa2048-sha256.rpm")));
     expected.push_back(kFinished);

@@ -7,6 +7,7 @@
 #include "PackageLayout.h"
 #include "PgpCertificate.h"
 #include "RpmTestBuilder.h"
+#include "RpmVerifyCall.h"
 #include "TestSupport.h"
 #include "rpmutil.h"
 
@@ -30,18 +31,8 @@ namespace {
 
 using rpmtest::Bytes;
 
-// The status and message of one call; the message is released here.
-struct Result {
-    int status;
-    std::string message;
-};
-
-Result Verify(const std::string& file, const std::string& key) {
-    RPM_RESULT result = rpm_verify(file.c_str(), key.c_str());
-    Result copy{result.status, result.message != nullptr ? result.message : "<null>"};
-    std::free(result.message);
-    return copy;
-}
+using Result = testsupport::VerifyResult;
+using testsupport::Verify;
 
 std::string Key(const std::string& name) {
     return fixtures::KeyArmored(name);

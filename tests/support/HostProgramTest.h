@@ -84,6 +84,13 @@ inline std::vector<std::string> PluginLogLines(const std::string& err) {
     return lines;
 }
 
+// What signing-host run prints for the manifest: its heading, then the
+// component, prerequisite and result lines.
+inline std::vector<std::string> RunSummary(const std::string& manifest, std::vector<std::string> lines) {
+    lines.insert(lines.begin(), {"Summary of " + manifest, "Components:"});
+    return lines;
+}
+
 class HostProgramTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -146,6 +153,17 @@ protected:
                                      Component("two", "signed-rsa2048-sha256.rpm"),
                                      Component("three", "signed-rsa2048-sha512.rpm")}),
                         json{{"signature", Key()}});
+    }
+
+    // A folder for the loopback server with the fixture key as release.asc,
+    // in the given sub-folder if one is named.
+    std::string ServedKeyFolder(const std::string& subfolder = std::string()) {
+        const std::string served = m_Work.File("served");
+        const std::string keys = subfolder.empty() ? served : served + "/" + subfolder;
+        mkdir(served.c_str(), 0755);
+        mkdir(keys.c_str(), 0755);
+        WriteFile(keys + "/release.asc", ReadFile(Key()));
+        return served;
     }
 
     std::string KeyWithUrlLine(const std::string& name) {

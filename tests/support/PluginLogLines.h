@@ -4,6 +4,7 @@
 #ifndef SIGNING_TEST_PLUGIN_LOG_LINES_H
 #define SIGNING_TEST_PLUGIN_LOG_LINES_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,25 @@ inline void AppendAttempt(std::vector<std::string>& lines, const std::string& co
                           const std::string& protocol) {
     lines.push_back("signing_get_public_key: secure command   [" + command + " " + protocol + "]");
     lines.push_back("signing_get_public_key: secure protocols [" + protocol + "]");
+}
+
+// The line of a download tool that ended with the raw wait status.
+inline std::string CallFailedLine(int status) {
+    return "_signing_call_webservice: web service call failed with status " + std::to_string(status);
+}
+
+// The log of a download that gives no key: the request and the command,
+// then each of the tool's three attempts (its secure options) ended by the
+// failure line.
+template <size_t N>
+std::vector<std::string> FailedDownloadLines(const std::string& request, const std::string& command,
+                                             const char (&protocols)[3][N], const std::string& failure) {
+    std::vector<std::string> lines{kDownloadingLine, RequestLine(request), CommandValueLine(command)};
+    for (const char* protocol : protocols) {
+        AppendAttempt(lines, command, protocol);
+        lines.push_back(failure);
+    }
+    return lines;
 }
 
 // The result line of one package.

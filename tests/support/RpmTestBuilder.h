@@ -16,7 +16,6 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace rpmtest {
@@ -70,12 +69,16 @@ constexpr unsigned char kPgpSha224 = 11;
 
 // The OpenSSL digest of an OpenPGP hash-algorithm octet.
 inline const EVP_MD* MdOfPgpOctet(unsigned char octet) {
-    const std::pair<unsigned char, const EVP_MD* (*)()> known[] = {
-        {kPgpMd5, EVP_md5},       {kPgpSha1, EVP_sha1},     {kPgpSha256, EVP_sha256},
-        {kPgpSha384, EVP_sha384}, {kPgpSha512, EVP_sha512}, {kPgpSha224, EVP_sha224}};
-    for (const auto& [knownOctet, md] : known) {
-        if (knownOctet == octet) {
-            return md();
+    struct OctetDigest {
+        unsigned char octet;
+        const EVP_MD* (*md)();
+    };
+    static const OctetDigest kDigests[] = {{kPgpMd5, EVP_md5},       {kPgpSha1, EVP_sha1},
+                                           {kPgpSha256, EVP_sha256}, {kPgpSha384, EVP_sha384},
+                                           {kPgpSha512, EVP_sha512}, {kPgpSha224, EVP_sha224}};
+    for (const OctetDigest& digest : kDigests) {
+        if (digest.octet == octet) {
+            return digest.md();
         }
     }
     throw std::invalid_argument("hash octet");
@@ -150,10 +153,10 @@ struct SignatureSpec {
     Bytes issuer;
 };
 
-// The start of a version-4 signature body, which its trailer hashes too:
-// version, type, algorithms and the hashed subpacket area with its length.
+// A version 4 signature's body up to the end of its hashed subpackets:
+// version, type, algorithms and the hashed subpacket area.
 inline Bytes Version4HashedPart(const SignatureSpec& spec) {
-    Bytes out = {4, spec.type, spec.publicKeyAlgorithm, spec.hashAlgorithm};
+    Bytes out{4, spec.type, spec.publicKeyAlgorithm, spec.hashAlgorithm};
     PutBe16(out, static_cast<uint32_t>(spec.hashed.size()));
     Append(out, spec.hashed);
     return out;
@@ -193,7 +196,8 @@ inline Bytes SignaturePacket(const SignatureSpec& spec, const unsigned char left
                              const Bytes& signature) {
     Bytes body;
     if (spec.version == 3) {
-        body = {3, static_cast<unsigned char>(spec.hashed.size())};
+        body.push_back(3);
+        body.push_back(static_cast<unsigned char>(spec.hashed.size()));
         Append(body, spec.hashed);
         Append(body, spec.issuer);
         body.push_back(spec.publicKeyAlgorithm);
@@ -333,6 +337,7 @@ constexpr uint32_t kTypeBinary = 7;
 constexpr uint32_t kTagRegion = 62;
 constexpr uint32_t kTagHeaderSignature = 268;
 constexpr uint32_t kTagSha1 = 269;
+constexpr uint32_t kTagSize = 1000;
 constexpr uint32_t kTagPayloadSignature = 1002;
 constexpr uint32_t kTagMd5 = 1004;
 
