@@ -11,6 +11,7 @@
 #include <random>
 #include <regex>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -20,6 +21,20 @@ int Match(const std::string& regexp, const std::string& subject, int flags = 0) 
 
 std::string Captured(const slre_cap& cap) {
     return cap.ptr == nullptr ? std::string("<null>") : std::string(cap.ptr, static_cast<size_t>(cap.len));
+}
+
+// The result of matching regexp against subject with count captures,
+// followed by the text of each capture.
+using Captures = std::vector<std::string>;
+Captures MatchCaptures(const std::string& regexp, const std::string& subject, int count) {
+    std::vector<slre_cap> caps(static_cast<size_t>(count));
+    const int result =
+        slre_match(regexp.c_str(), subject.data(), static_cast<int>(subject.size()), caps.data(), count, 0);
+    Captures out{std::to_string(result)};
+    for (const slre_cap& cap : caps) {
+        out.push_back(Captured(cap));
+    }
+    return out;
 }
 
 // One expression matched against one subject, and the expected result: the
@@ -253,12 +268,7 @@ TEST(Slre, Captures) {
 }
 
 TEST(Slre, NestedCapturesGoInOrderOfTheirOpeningBracket) {
-    slre_cap caps[3];
-    const std::string subject = "xabcd";
-    EXPECT_EQ(slre_match("(a(b)(c))d", subject.data(), 5, caps, 3, 0), 5);
-    EXPECT_EQ(Captured(caps[0]), "abc");
-    EXPECT_EQ(Captured(caps[1]), "b");
-    EXPECT_EQ(Captured(caps[2]), "c");
+    EXPECT_EQ(MatchCaptures("(a(b)(c))d", "xabcd", 3), (Captures{"5", "abc", "b", "c"}));
 }
 
 TEST(Slre, GroupThatDoesNotTakePartCapturesNothing) {
@@ -278,10 +288,7 @@ TEST(Slre, AlternativesBacktrackIntoTheGroup) {
         {"cat|dog", "hotdog", 6},
         {"a|ab", "ab", 1}, // the first alternative that matches wins
     });
-    slre_cap caps[2];
-    EXPECT_EQ(slre_match("^(a|ab)(c|bcd)$", "abcd", 4, caps, 2, 0), 4);
-    EXPECT_EQ(Captured(caps[0]), "a");
-    EXPECT_EQ(Captured(caps[1]), "bcd");
+    EXPECT_EQ(MatchCaptures("^(a|ab)(c|bcd)$", "abcd", 2), (Captures{"4", "a", "bcd"}));
 }
 
 TEST(Slre, GreedyAndLazyQuantifiers) {
@@ -295,17 +302,10 @@ TEST(Slre, GreedyAndLazyQuantifiers) {
         {"^a?b$", "aab", SLRE_NO_MATCH},
         {"^a+$", "", SLRE_NO_MATCH},
     });
-    slre_cap caps[2];
-    EXPECT_EQ(slre_match("^(a*)(a*)$", "aaa", 3, caps, 2, 0), 3);
-    EXPECT_EQ(Captured(caps[0]), "aaa");
-    EXPECT_EQ(Captured(caps[1]), "");
-    EXPECT_EQ(slre_match("^(a+?)(a*)$", "aaa", 3, caps, 2, 0), 3);
-    EXPECT_EQ(Captured(caps[0]), "a");
-    EXPECT_EQ(Captured(caps[1]), "aa");
-    EXPECT_EQ(slre_match("<(.+?)>", "<a><b>", 6, caps, 1, 0), 3);
-    EXPECT_EQ(Captured(caps[0]), "a");
-    EXPECT_EQ(slre_match("<(.+)>", "<a><b>", 6, caps, 1, 0), 6);
-    EXPECT_EQ(Captured(caps[0]), "a><b");
+    EXPECT_EQ(MatchCaptures("^(a*)(a*)$", "aaa", 2), (Captures{"3", "aaa", ""}));
+    EXPECT_EQ(MatchCaptures("^(a+?)(a*)$", "aaa", 2), (Captures{"3", "a", "aa"}));
+    EXPECT_EQ(MatchCaptures("<(.+?)>", "<a><b>", 1), (Captures{"3", "a"}));
+    EXPECT_EQ(MatchCaptures("<(.+)>", "<a><b>", 1), (Captures{"6", "a><b"}));
 }
 
 TEST(Slre, QuantifiedGroups) {
