@@ -26,8 +26,17 @@ fi
 root=$(pwd)
 started=$(date +%s)
 status=0
-run-clang-tidy -quiet -p "$build_dir" -j "$jobs" "(^$root/(sources|host)/|/signing_core\.dir/Unity/)" >"$build_dir/tidy.log" 2>&1 || status=$?
+# Colour codes are taken out, so that the findings can be counted.
+run-clang-tidy -quiet -p "$build_dir" -j "$jobs" "(^$root/(sources|host)/|/signing_core\.dir/Unity/)" 2>&1 |
+    sed 's/\x1b\[[0-9;]*m//g' >"$build_dir/tidy.log" || status=$?
 # run-clang-tidy prints each file's command line; only the findings matter.
-grep -E "(warning|error):" "$build_dir/tidy.log" | sort -u || true
-echo "tidy: $(grep -cE '^/.*(warning|error):' "$build_dir/tidy.log" || true) finding(s) in $(($(date +%s) - started)) s (full output: $build_dir/tidy.log)"
+# A header's finding is reported once for each file that includes it.
+findings=$(grep -E "^/.*(warning|error):" "$build_dir/tidy.log" | sort -u || true)
+count=0
+if [ -n "$findings" ]; then
+    echo "$findings"
+    count=$(echo "$findings" | wc -l)
+    status=1
+fi
+echo "tidy: $count finding(s) in $(($(date +%s) - started)) s (full output: $build_dir/tidy.log)"
 exit $status

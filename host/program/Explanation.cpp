@@ -114,14 +114,14 @@ KeyVerdict Explanation::JudgeKey(const std::string& keyPath, KeyProbe& probe) {
         verdict.details.push_back("File: cannot be read: " + file.readError);
         break;
     case KeyFile::Form::Empty:
-        verdict.details.push_back("File: empty");
+        verdict.details.emplace_back("File: empty");
         break;
     case KeyFile::Form::RpmPackage:
         verdict.details.push_back("File: an RPM package (" + std::to_string(file.size) +
                                   " bytes), not a key");
         break;
     case KeyFile::Form::Keybox:
-        verdict.details.push_back("File: a GnuPG keybox (pubring.kbx), not an exported key");
+        verdict.details.emplace_back("File: a GnuPG keybox (pubring.kbx), not an exported key");
         break;
     case KeyFile::Form::Other:
         verdict.details.push_back("File: " + std::to_string(file.size) +
@@ -162,26 +162,26 @@ KeyVerdict Explanation::JudgeKey(const std::string& keyPath, KeyProbe& probe) {
                           : "cannot use this key file"));
 
     // Advice, the most specific first.
-    const std::string path = keyPath;
+    const std::string& path = keyPath;
     switch (file.form) {
     case KeyFile::Form::Unreadable:
         verdict.advice.push_back("the key file cannot be read (" + file.readError + "): check the path");
         break;
     case KeyFile::Form::Empty:
-        verdict.advice.push_back(
+        verdict.advice.emplace_back(
             "the key file is empty: export the public key with gpg --armor --export KEYID");
         break;
     case KeyFile::Form::RpmPackage:
-        verdict.advice.push_back("the key file is an RPM package, not a public key: give the exported key "
-                                 "(gpg --armor --export KEYID)");
+        verdict.advice.emplace_back("the key file is an RPM package, not a public key: give the exported key "
+                                    "(gpg --armor --export KEYID)");
         break;
     case KeyFile::Form::Keybox:
-        verdict.advice.push_back(
+        verdict.advice.emplace_back(
             "the key file is a GnuPG keybox: export the key with gpg --armor --export KEYID "
             "> key.asc");
         break;
     case KeyFile::Form::Other:
-        verdict.advice.push_back(
+        verdict.advice.emplace_back(
             "the key file holds no OpenPGP key: export it with gpg --armor --export KEYID");
         break;
     default:
@@ -199,7 +199,7 @@ KeyVerdict Explanation::JudgeKey(const std::string& keyPath, KeyProbe& probe) {
             " armor blocks: the plug-in reads one; keep only the block of the signing key");
     }
     if (file.trustPackets != 0 && !verdict.usable) {
-        verdict.advice.push_back(
+        verdict.advice.emplace_back(
             "the key file is a binary keyring (it has trust packets): export the key with "
             "gpg --export KEYID > key.gpg");
     }
@@ -238,12 +238,12 @@ KeyVerdict Explanation::JudgeKey(const std::string& keyPath, KeyProbe& probe) {
             "a signing subkey");
     }
     if (file.newFormatPackets != 0 && !verdict.loaded) {
-        verdict.advice.push_back(
+        verdict.advice.emplace_back(
             "the key uses new-format packet headers, which the plug-in does not read: export "
             "it again with gpg --export");
     }
     if (!verdict.usable && verdict.advice.empty()) {
-        verdict.advice.push_back(
+        verdict.advice.emplace_back(
             verdict.loaded ? "the plug-in reads the key file but finds no key ID in it to check against"
                            : "the plug-in cannot read this key file: give a single RSA public key exported "
                              "with gpg --armor --export KEYID");
@@ -299,7 +299,7 @@ std::vector<std::string> Explanation::PackageDetails(const PackageFile& package)
     }
     lines.push_back(SignatureLine("Header+payload signature", payload));
     if (package.hasDsaTags) {
-        lines.push_back("DSA/EdDSA signatures (tags 267/1005): present");
+        lines.emplace_back("DSA/EdDSA signatures (tags 267/1005): present");
     }
     return lines;
 }
@@ -360,14 +360,20 @@ std::vector<std::string> Explanation::PackageAdvice(const PackageFile& package, 
             for (const KeyBlock& keyBlock : key.file.keys) {
                 held += (held.empty() ? "" : ", ") + keyBlock.primary.keyId;
             }
-            AddOnce(advice,
-                    "signed by key " + issuer + ", but the key file holds " + held +
-                        ": give the signer's public key, or re-sign the package with the expected key");
+            std::string text = "signed by key ";
+            text.append(issuer)
+                .append(", but the key file holds ")
+                .append(held)
+                .append(": give the signer's public key, or re-sign the package with the expected key");
+            AddOnce(advice, text);
         } else if (signature->state == CheckState::Bad && package.sha1 != CheckState::Bad &&
                    package.md5 != CheckState::Bad) {
-            AddOnce(advice, "the " + std::string(signature->tag == 268 ? "header" : "header+payload") +
-                                " signature does not verify with key " + issuer +
-                                ": the package or its signature was altered");
+            std::string text = "the ";
+            text += signature->tag == 268 ? "header" : "header+payload";
+            text.append(" signature does not verify with key ")
+                .append(issuer)
+                .append(": the package or its signature was altered");
+            AddOnce(advice, text);
         } else if (key.usable && !key.checkedKeyId.empty() && issuer != key.checkedKeyId &&
                    key.file.FindKey(issuer) != nullptr) {
             AddOnce(advice, "signed by key " + issuer + ", but the plug-in checks key ID " +
@@ -375,7 +381,7 @@ std::vector<std::string> Explanation::PackageAdvice(const PackageFile& package, 
         }
     }
     if (advice.empty() && answer.status != 0) {
-        advice.push_back("the host finds nothing wrong with the package; the plug-in's answer stands");
+        advice.emplace_back("the host finds nothing wrong with the package; the plug-in's answer stands");
     }
     return advice;
 }

@@ -12,7 +12,7 @@ namespace {
 
 // Key files are small; a limit keeps a wrong path (a disk image) from
 // being read whole.
-constexpr size_t kMaxKeyFileSize = 64 * 1024 * 1024;
+constexpr size_t kMaxKeyFileSize = size_t{64} * 1024 * 1024;
 constexpr char kBegin[] = "-----BEGIN ";
 constexpr char kEnd[] = "-----END ";
 

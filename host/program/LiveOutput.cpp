@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -17,7 +18,7 @@ constexpr size_t kMinBarWidth = 5;
 constexpr size_t kMinLabelWidth = 16;
 
 std::string Clock(double seconds) {
-    long total = seconds < 0 ? 0 : static_cast<long>(seconds + 0.5);
+    long total = seconds < 0 ? 0 : std::lround(seconds);
     char text[32];
     if (total >= 3600) {
         std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", total / 3600, total / 60 % 60, total % 60);
@@ -119,7 +120,8 @@ std::string LiveOutput::BarText(size_t width, long percent, size_t done, size_t 
         total > 0 ? std::to_string(done) + "/" + std::to_string(total) : std::to_string(percent) + "%";
     // The remaining time, from the pace so far.
     std::string eta = "--:--";
-    double fraction = total > 0 ? static_cast<double>(done) / static_cast<double>(total) : percent / 100.0;
+    double fraction = total > 0 ? static_cast<double>(done) / static_cast<double>(total)
+                                : static_cast<double>(percent) / 100.0;
     if (fraction > 0) {
         eta = Clock(elapsedSeconds * (1 - fraction) / fraction);
     }

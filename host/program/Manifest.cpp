@@ -19,7 +19,7 @@ using nlohmann::json;
 
 // A manifest describes a handful of products; anything near this size is
 // not one.
-constexpr std::streamoff kMaxManifestSize = 16 * 1024 * 1024;
+constexpr std::streamoff kMaxManifestSize = std::streamoff{16} * 1024 * 1024;
 // Environments nest for "phonehome"; deeper nesting is a mistake.
 constexpr int kMaxEnvironmentDepth = 8;
 

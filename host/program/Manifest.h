@@ -31,6 +31,8 @@
 
 namespace host {
 
+// The check cannot see that nlohmann::json's destructor does not throw.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 struct ManifestComponent {
     std::string name;
     std::string type;
@@ -39,6 +41,7 @@ struct ManifestComponent {
     nlohmann::json environment; // an object; nested objects are nested environments
 };
 
+// NOLINTNEXTLINE(bugprone-exception-escape)
 struct ManifestProduct {
     std::string name;
     nlohmann::json environment;

@@ -75,7 +75,7 @@ std::string Plugin::DefaultPath() {
     candidates.push_back(folder + "/" + SIGNING_INSTALLED_PLUGIN_FROM_BINDIR);
 #endif
 #ifdef SIGNING_INSTALLED_PLUGIN
-    candidates.push_back(SIGNING_INSTALLED_PLUGIN);
+    candidates.emplace_back(SIGNING_INSTALLED_PLUGIN);
 #endif
     std::string tried;
     for (const std::string& candidate : candidates) {

@@ -65,13 +65,14 @@ RunVerdict RunJudge::Judge(int result, HostSession& session, const RunReport& re
             }
             anyVerifiedFailure = true;
             if (!explainer) {
-                explainer.reset(new VerifyExplainer(verify, keyPath, false));
+                explainer = std::make_unique<VerifyExplainer>(verify, keyPath, false);
             }
             const ExplainedAnswer explained = explainer->Explain(
                 outcome.path, PluginAnswer{outcome.status, std::string(), outcome.message});
             verdict.exitCode = CombineExitClasses(verdict.exitCode, explained.exitClass);
             for (const std::string& advice : explained.advice) {
-                verdict.advice.push_back(label + ": " + advice);
+                verdict.advice.push_back(label);
+                verdict.advice.back().append(": ").append(advice);
             }
         } else if (strict && ComponentCheck::IsMeantAsRpm(outcome.type)) {
             verdict.unverified.push_back(label + ": " + NotVerifiedReason(outcome, notices, index));

@@ -3,6 +3,7 @@
 #include "SafeText.h"
 
 #include <cstdio>
+#include <memory>
 
 namespace host {
 
@@ -15,7 +16,7 @@ const KeyVerdict& VerifyExplainer::Key() {
             m_Folder.Create();
         }
         KeyProbe probe(m_Verify, m_Folder.Path());
-        m_Key.reset(new KeyVerdict(Explanation::JudgeKey(m_KeyPath, probe)));
+        m_Key = std::make_unique<KeyVerdict>(Explanation::JudgeKey(m_KeyPath, probe));
     }
     return *m_Key;
 }

@@ -24,11 +24,14 @@ __attribute__((visibility("hidden"))) inline std::string NullArgument(const char
 }
 } // namespace exception_text
 
+// Name and Parent are declarators, which parentheses would not let compile.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define SIGNING_DECLARE_EXCEPTION(Name, Parent, Title)                                                       \
     class Name : public Parent {                                                                             \
     public:                                                                                                  \
         explicit Name(const std::string& detail) : Parent(exception_text::Compose(Title, detail)) {}         \
     };
+// NOLINTEND(bugprone-macro-parentheses)
 
 SIGNING_DECLARE_EXCEPTION(FileIoException, std::runtime_error, contract::kTitleFileIo)
 SIGNING_DECLARE_EXCEPTION(FileNotFoundException, FileIoException, contract::kTitleFileNotFound)

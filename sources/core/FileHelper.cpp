@@ -195,6 +195,7 @@ FileHelper::FileHelper(const std::string& folder, const std::string& name, bool 
     _IsFolder = S_ISDIR(status.st_mode);
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape)
 FileHelper::~FileHelper() noexcept(false) {
     if (_Descriptor == -1) {
         return;

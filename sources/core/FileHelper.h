@@ -24,7 +24,9 @@ public:
     // path = folder + name as given. openExisting opens read-only, otherwise
     // the file is created (truncated) with its folder's permission bits.
     FileHelper(const std::string& folder, const std::string& name, bool openExisting);
-    // Closes the descriptor; a failing close throws.
+    // Closes the descriptor; a failing close throws, so that the caller
+    // learns that the file was not closed.
+    // NOLINTNEXTLINE(bugprone-exception-escape)
     ~FileHelper() noexcept(false);
 
     FileHelper(const FileHelper&) = delete;

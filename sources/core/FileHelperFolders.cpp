@@ -197,7 +197,11 @@ int FileHelper::GetFileList(const std::string& folder, std::list<std::string>& n
         first = false;
         std::vector<std::string> subFolders;
         for (const std::string& entry : entries) {
-            const std::string name = relative.empty() ? entry : relative + "/" + entry;
+            std::string name = relative;
+            if (!name.empty()) {
+                name.append("/");
+            }
+            name.append(entry);
             const std::string full = JoinPath(current, entry);
             if (!foldersOnly || IsFolder(full)) {
                 names.push_back(name);
@@ -219,10 +223,9 @@ void FileHelper::ParseWildcards(const std::string& pattern, std::list<std::strin
         list = GetFileList;
     }
     std::string full;
-    if (!pattern.empty() && pattern[0] == '/') {
+    // An absolute path, or a drive-letter form, stays as it is.
+    if ((!pattern.empty() && pattern[0] == '/') || (pattern.size() > 1 && pattern[1] == ':')) {
         full = pattern;
-    } else if (pattern.size() > 1 && pattern[1] == ':') {
-        full = pattern; // a drive-letter form stays as it is
     } else {
         full = GetWorkingDirectory() + pattern;
     }

@@ -181,12 +181,12 @@ std::string FileHelper::GetWorkingDirectory() {
 }
 
 std::string FileHelper::GetFullName(const std::string& name, bool alsoExecutableDirectory) {
-    const std::string full = GetSystemFullPath(name);
+    std::string full = GetSystemFullPath(name);
     if (!full.empty() && IsExist(full)) {
         return full;
     }
     if (alsoExecutableDirectory) {
-        const std::string besideExecutable = GetExecutableDirectory() + name;
+        std::string besideExecutable = GetExecutableDirectory() + name;
         if (IsExist(besideExecutable)) {
             return besideExecutable;
         }

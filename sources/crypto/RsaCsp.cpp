@@ -54,8 +54,8 @@ RSA* MakeKey(BignumPtr modulus, BignumPtr exponent) {
     }
     SIGNING_ALLOW_DEPRECATED_END
     // The key owns the numbers now.
-    modulus.release();
-    exponent.release();
+    static_cast<void>(modulus.release());
+    static_cast<void>(exponent.release());
     return key.release();
 }
 

@@ -19,8 +19,8 @@ constexpr unsigned char kLineEnd = 65; // line feed and carriage return: skipped
 // One entry per character code; every code not named here is invalid.
 constexpr std::array<unsigned char, 256> MakeReverseTable() {
     std::array<unsigned char, 256> table{};
-    for (size_t i = 0; i < table.size(); ++i) {
-        table[i] = kInvalid;
+    for (unsigned char& entry : table) {
+        entry = kInvalid;
     }
     for (unsigned char i = 0; i < 64; ++i) {
         table[static_cast<unsigned char>(contract::kBase64Alphabet[i])] = i;

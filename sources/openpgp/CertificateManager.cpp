@@ -48,7 +48,7 @@ unsigned long BoundedKeyFileSize(const std::string& path) {
 
 } // namespace
 
-CertificateManager::CertificateManager() {}
+CertificateManager::CertificateManager() = default;
 
 CertificateManager::~CertificateManager() {
     _Certificates.clear();
@@ -126,6 +126,8 @@ Certificate* CertificateManager::GetCertificate(soapWrap::CertificateFileFormat 
     return found == _Certificates.end() ? nullptr : found->second;
 }
 
+// The exported signature takes the shared pointer by value.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 cpp11::shared_ptr<binary> der_to_pem(cpp11::shared_ptr<binary> der) {
     if (!der) {
         throw ArgumentException(exception_text::NullArgument("der_to_pem"));
@@ -148,11 +150,11 @@ cpp11::shared_ptr<binary> der_to_pem(cpp11::shared_ptr<binary> der) {
     };
     append(contract::kPemBegin, sizeof(contract::kPemBegin) - 1);
     for (unsigned int line = 0; line < fullLines; ++line) {
-        append(encoded.get() + line * kPemLineLength, kPemLineLength);
+        append(encoded.get() + static_cast<size_t>(line) * kPemLineLength, kPemLineLength);
         append(contract::kPemLineEnd, sizeof(contract::kPemLineEnd) - 1);
     }
     if (rest != 0) {
-        append(encoded.get() + fullLines * kPemLineLength, rest);
+        append(encoded.get() + static_cast<size_t>(fullLines) * kPemLineLength, rest);
         append(contract::kPemLineEnd, sizeof(contract::kPemLineEnd) - 1);
     }
     append(contract::kPemEnd, sizeof(contract::kPemEnd) - 1);

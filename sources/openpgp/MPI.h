@@ -16,7 +16,7 @@ public:
     // lie within the bufferSize bytes at data (bit count included), whatever
     // available claims.
     MPI(const char* data, unsigned long available, unsigned long bufferSize);
-    virtual ~MPI();
+    ~MPI() override;
 
     MPI(const MPI&) = delete;
     MPI& operator=(const MPI&) = delete;

@@ -18,7 +18,7 @@ PgpCertificate::PgpCertificate(PgpMessage* message) : _Csp(nullptr), _Message(me
     _KeyLength = modulus->GetLengthInBits();
     _Csp = new RsaCsp(modulus->GetValue(), static_cast<int>(modulus->GetLengthInBytes()),
                       exponent->GetValue(), static_cast<int>(exponent->GetLengthInBytes()));
-    owned.release();
+    static_cast<void>(owned.release());
 }
 
 PgpCertificate::~PgpCertificate() {

@@ -11,7 +11,7 @@ class PgpMessage : public Base {
 public:
     // Parses the whole input; throws on any format error.
     PgpMessage(char* data, unsigned int length);
-    virtual ~PgpMessage();
+    ~PgpMessage() override;
 
     PgpMessage(const PgpMessage&) = delete;
     PgpMessage& operator=(const PgpMessage&) = delete;

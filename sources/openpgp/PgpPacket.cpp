@@ -31,7 +31,7 @@ constexpr unsigned int kIssuerSubpacketLength = 9;
 
 PgpPacket::PgpPacket() : _Length(0) {}
 
-PgpPacket::~PgpPacket() {}
+PgpPacket::~PgpPacket() = default;
 
 unsigned int PgpPacket::ParseLengthTag(char* packet, unsigned int& headerLength) {
     // Only the tag byte and its length octets are read.
@@ -137,7 +137,8 @@ void PgpSignatureData::ParseVersion3(const unsigned char* packet, unsigned int a
     _Version = static_cast<PgpSignatureVersion>(reader.ReadUInt8("version"));
     // The length octet is taken as a signed byte: 0x80 and above become huge
     // lengths, which then have to fit the input.
-    _HashedLength = static_cast<uint16_t>(static_cast<int8_t>(reader.ReadUInt8("hashed length")));
+    const uint8_t lengthOctet = reader.ReadUInt8("hashed length");
+    _HashedLength = static_cast<uint16_t>(lengthOctet < 0x80 ? lengthOctet : lengthOctet | 0xFF00);
     const unsigned char* hashed = reader.ReadBytes(_HashedLength, "hashed data");
     std::unique_ptr<unsigned char[]> hashedData(new unsigned char[_HashedLength]);
     if (_HashedLength != 0) {

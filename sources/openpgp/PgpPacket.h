@@ -44,7 +44,7 @@ enum PgpHashAlgorithm : unsigned char {
 class PgpPacket : public Base {
 public:
     PgpPacket();
-    virtual ~PgpPacket();
+    ~PgpPacket() override;
 
     // Total length (header and body) of the old-format packet whose tag byte
     // is at packet; stores the header length. The caller guarantees that the
@@ -66,7 +66,7 @@ class PgpPublicKey : public PgpPacket {
 public:
     // available: bytes from the packet's first byte to the end of the input.
     PgpPublicKey(char* packet, unsigned int available);
-    virtual ~PgpPublicKey();
+    ~PgpPublicKey() override;
 
     PgpPublicKey(const PgpPublicKey&) = delete;
     PgpPublicKey& operator=(const PgpPublicKey&) = delete;
@@ -86,7 +86,7 @@ public:
     // The fields of a packet to be signed; no signature value yet.
     PgpSignatureData(PgpSignatureVersion version, const char* issuerKeyId, unsigned short signatureBits,
                      PgpSignatureType type, PgpHashAlgorithm hash);
-    virtual ~PgpSignatureData();
+    ~PgpSignatureData() override;
 
     PgpSignatureData(const PgpSignatureData&) = delete;
     PgpSignatureData& operator=(const PgpSignatureData&) = delete;

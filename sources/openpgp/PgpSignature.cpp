@@ -74,7 +74,7 @@ PgpSignature::PgpSignature(PgpSignatureData* signatureData) : _SignatureData(sig
     }
 }
 
-PgpSignature::~PgpSignature() {}
+PgpSignature::~PgpSignature() = default;
 
 soapWrap::HashAlgorithm PgpSignature::ToHashAlgorithm(unsigned char pgpHashAlgorithm) {
     for (const HashMapping& mapping : kHashMappings) {

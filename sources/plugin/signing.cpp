@@ -625,7 +625,8 @@ std::string _signing_get_public_key(session_t* session) {
         std::string protocol = SecureProtocolFor(command, attempt);
         // The secure variant is only logged; every attempt runs the plain
         // command.
-        std::string secureCommand = command + contract::kSecureCommandJoint + protocol;
+        std::string secureCommand = command;
+        secureCommand.append(contract::kSecureCommandJoint).append(protocol);
         print_log(contract::kLogKeySecureCommand, secureCommand.c_str());
         print_log(contract::kLogKeySecureProtocols, protocol.c_str());
         // Whatever an earlier run or attempt left, a link put there

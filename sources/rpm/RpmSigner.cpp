@@ -131,7 +131,7 @@ void RequirePayloadCoverage(const FileHelper& file, uint64_t mainHeaderEnd, cons
 // The container owns a digest once it is set; until then the caller does.
 void HandOver(RpmSignature* signature, DigestSlot slot, std::unique_ptr<DigestBase>& digest) {
     signature->SetDigest(slot, digest.get());
-    digest.release();
+    static_cast<void>(digest.release());
 }
 
 // One pass over the file from the main header to its end, in chunks of the

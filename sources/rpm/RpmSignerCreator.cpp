@@ -17,7 +17,7 @@ constexpr unsigned long kVersionOffset = 4;
 
 const char* RpmSignerCreator::_FileExtensions = contract::kRpmFileExtensions;
 
-RpmSignerCreator::~RpmSignerCreator() {}
+RpmSignerCreator::~RpmSignerCreator() = default;
 
 bool RpmSignerCreator::IsMe(FileHelper* file) {
     if (file == nullptr) {

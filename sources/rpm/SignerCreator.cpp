@@ -1,6 +1,6 @@
 #include "SignerCreator.h"
 
-SignerCreator::~SignerCreator() {}
+SignerCreator::~SignerCreator() = default;
 
 const char* SignerCreator::GetFileExtensions() {
     return nullptr;
