@@ -18,6 +18,8 @@
 // The MD5 (tag 1004) and the header SHA-1 (tag 269) are compared as well. A
 // mismatch, a failing verification or malformed input ends the program with
 // status 1. Buffers and contexts are reused from package to package.
+#include "BenchPackage.h"
+
 #include <openssl/evp.h>
 #include <openssl/rsa.h>
 
@@ -39,26 +41,9 @@
 
 namespace {
 
-constexpr size_t kLeadSize = 96;
+using namespace bench;
+
 constexpr size_t kRecordSize = 16;
-constexpr unsigned char kHeaderMagic[] = {0x8E, 0xAD, 0xE8, 0x01};
-constexpr uint32_t kTagRsaHeader = 268;
-constexpr uint32_t kTagSha1Header = 269;
-constexpr uint32_t kTagPgp = 1002;
-constexpr uint32_t kTagMd5 = 1004;
-
-uint32_t Be32(const unsigned char* p) {
-    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | uint32_t(p[3]);
-}
-
-uint16_t Be16(const unsigned char* p) {
-    return static_cast<uint16_t>((p[0] << 8) | p[1]);
-}
-
-struct MdContextDeleter {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-using MdContext = std::unique_ptr<EVP_MD_CTX, MdContextDeleter>;
 
 MdContext NewContext() {
     MdContext context(EVP_MD_CTX_new());

@@ -11,6 +11,8 @@
 // key. As a check that the right bytes were hashed, the MD5 and the SHA-1 of
 // the main header are compared with the signature header's values; a
 // mismatch or any malformed input ends the program with status 1.
+#include "BenchPackage.h"
+
 #include <openssl/evp.h>
 
 #include <fcntl.h>
@@ -26,17 +28,9 @@
 
 namespace {
 
-constexpr size_t kChunkSize = 65536;
-constexpr uint64_t kLeadSize = 96;
-constexpr unsigned char kHeaderMagic[] = {0x8E, 0xAD, 0xE8, 0x01};
-constexpr uint32_t kTagSha1Header = 269;
-constexpr uint32_t kTagRsaHeader = 268;
-constexpr uint32_t kTagMd5 = 1004;
+using namespace bench;
 
-struct MdContextDeleter {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-using MdContext = std::unique_ptr<EVP_MD_CTX, MdContextDeleter>;
+constexpr size_t kChunkSize = 65536;
 
 struct Descriptor {
     int fd;
@@ -49,10 +43,6 @@ struct Descriptor {
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
 };
-
-uint32_t Be32(const unsigned char* p) {
-    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | uint32_t(p[3]);
-}
 
 size_t ReadAt(int fd, unsigned char* buffer, size_t length, uint64_t offset) {
     size_t done = 0;
@@ -135,22 +125,11 @@ const EVP_MD* PacketHash(const unsigned char* packet, size_t length) {
     }
     const unsigned char* body = packet + header;
     const unsigned char id = body[0] == 3 ? body[16] : body[3];
-    switch (id) {
-    case 1:
-        return EVP_md5();
-    case 2:
-        return EVP_sha1();
-    case 8:
-        return EVP_sha256();
-    case 9:
-        return EVP_sha384();
-    case 10:
-        return EVP_sha512();
-    case 11:
-        return EVP_sha224();
-    default:
+    const EVP_MD* md = host::DigestOf(id);
+    if (md == nullptr) {
         throw std::runtime_error("unknown hash algorithm " + std::to_string(id));
     }
+    return md;
 }
 
 MdContext NewDigest(const EVP_MD* md) {

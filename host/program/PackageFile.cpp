@@ -1,6 +1,7 @@
 #include "PackageFile.h"
 
 #include "BoundedReader.h"
+#include "OpenSslDigest.h"
 
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
@@ -26,35 +27,11 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-struct DigestCloser {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestCloser>;
-
 bool ReadExactly(std::FILE* file, uint64_t offset, unsigned char* buffer, size_t size) {
     if (fseeko(file, static_cast<off_t>(offset), SEEK_SET) != 0) {
         return false;
     }
     return std::fread(buffer, 1, size, file) == size;
-}
-
-const EVP_MD* DigestOf(unsigned hashAlgorithm) {
-    switch (hashAlgorithm) {
-    case 1:
-        return EVP_md5();
-    case 2:
-        return EVP_sha1();
-    case 8:
-        return EVP_sha256();
-    case 9:
-        return EVP_sha384();
-    case 10:
-        return EVP_sha512();
-    case 11:
-        return EVP_sha224();
-    default:
-        return nullptr;
-    }
 }
 
 std::string HexLower(const unsigned char* data, size_t size) {
