@@ -29,24 +29,14 @@ bool ComponentCheck::IsMeantAsRpm(const std::string& type) {
 
 std::vector<std::string> ComponentCheck::UnsetVariables(const HostSession& session,
                                                         const std::string& operand) {
-    // The same scan as the expansion: "${" up to the next "}".
+    // Exactly the references that the expansion replaces.
     std::vector<std::string> names;
-    size_t position = 0;
-    while (position < operand.size()) {
-        size_t start = operand.find("${", position);
-        if (start == std::string::npos) {
-            break;
-        }
-        size_t end = operand.find('}', start + 2);
-        if (end == std::string::npos) {
-            break;
-        }
+    HostSession::ForEachReference(operand, [&](size_t start, size_t end) {
         std::string name = operand.substr(start + 2, end - start - 2);
         if (!session.HasValue(name)) {
             names.push_back(name);
         }
-        position = end + 1;
-    }
+    });
     return names;
 }
 

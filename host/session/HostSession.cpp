@@ -102,8 +102,8 @@ void HostSession::ClearWrites() {
     m_Writes.clear();
 }
 
-std::string HostSession::Expand(const std::string& operand) const {
-    std::string result;
+void HostSession::ForEachReference(const std::string& operand,
+                                   const std::function<void(size_t start, size_t end)>& visit) {
     size_t position = 0;
     while (position < operand.size()) {
         size_t start = operand.find("${", position);
@@ -114,10 +114,19 @@ std::string HostSession::Expand(const std::string& operand) const {
         if (end == std::string::npos) {
             break;
         }
+        visit(start, end);
+        position = end + 1;
+    }
+}
+
+std::string HostSession::Expand(const std::string& operand) const {
+    std::string result;
+    size_t position = 0;
+    ForEachReference(operand, [&](size_t start, size_t end) {
         result.append(operand, position, start - position);
         result += Value(operand.substr(start + 2, end - start - 2));
         position = end + 1;
-    }
+    });
     if (position < operand.size()) {
         result.append(operand, position, std::string::npos);
     }

@@ -65,6 +65,11 @@ public:
     // "{", and a "${" without a closing "}", stay as they are.
     std::string Expand(const std::string& operand) const;
 
+    // Calls visit with the positions of the "$" and the "}" of every
+    // "${NAME}" in operand, from left to right, as Expand finds them.
+    static void ForEachReference(const std::string& operand,
+                                 const std::function<void(size_t start, size_t end)>& visit);
+
     // Creates a nested environment owned by this session and returns the
     // token text that stands for it (put it into a "phonehome" value). The
     // token resolves while the session lives.
