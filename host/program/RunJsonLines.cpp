@@ -1,10 +1,8 @@
 #include "RunJsonLines.h"
 
+#include "RecordWrite.h"
 #include "RpmStatusNames.h"
 #include "SafeText.h"
-
-#include <cerrno>
-#include <unistd.h>
 
 namespace host {
 
@@ -104,19 +102,7 @@ void RunJsonLines::WriteUpTo(const RunReport& report, size_t end) {
 
 void RunJsonLines::WriteLine(const OrderedJson& record) {
     // One write call per record, as verify --json-lines does.
-    std::string line = record.dump(-1, ' ', false, OrderedJson::error_handler_t::replace) + "\n";
-    std::fflush(m_Out);
-    size_t written = 0;
-    while (written < line.size()) {
-        ssize_t result = ::write(fileno(m_Out), line.data() + written, line.size() - written);
-        if (result < 0 && errno == EINTR) {
-            continue;
-        }
-        if (result <= 0) {
-            return;
-        }
-        written += static_cast<size_t>(result);
-    }
+    WriteRecord(m_Out, record.dump(-1, ' ', false, OrderedJson::error_handler_t::replace) + "\n");
 }
 
 } // namespace host

@@ -1,9 +1,7 @@
 #include "VerifyOutput.h"
 
+#include "RecordWrite.h"
 #include "SafeText.h"
-
-#include <cerrno>
-#include <unistd.h>
 
 namespace host {
 namespace {
@@ -97,23 +95,9 @@ void VerifyOutput::Finish(int exitCode) {
 }
 
 void VerifyOutput::WriteLine(const std::string& text, char end) {
-    // One write call per record: when several programs share one pipe (as
-    // under xargs -P), records up to the pipe's atomic size never mix.
     std::string record = text;
     record += end;
-    std::fflush(m_Out);
-    const int descriptor = fileno(m_Out);
-    size_t written = 0;
-    while (written < record.size()) {
-        ssize_t result = ::write(descriptor, record.data() + written, record.size() - written);
-        if (result < 0 && errno == EINTR) {
-            continue;
-        }
-        if (result <= 0) {
-            return;
-        }
-        written += static_cast<size_t>(result);
-    }
+    WriteRecord(m_Out, record);
 }
 
 } // namespace host
