@@ -251,6 +251,16 @@ def met(ok):
     return "**met**" if ok else "**not met**"
 
 
+def table_row(cells, case):
+    """The table row of case: cells, then its ratios, spreads and run count."""
+    for other in ("peer", "limit"):
+        r = case[f"ours/{other}"]
+        cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
+    cells.append(" / ".join(f"{case[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
+    cells.append(str(case["runs"]))
+    return "| " + " | ".join(cells) + " |"
+
+
 def report(results, out, quick):
     lines = []
     load = results["load"]
@@ -277,33 +287,18 @@ def report(results, out, quick):
         for who in ("ours", "peer", "limit"):
             median = case[who]["median"]
             cells.append(f"{ms(median)} ({size / median / MB:.0f} MB/s)")
-        for other in ("peer", "limit"):
-            r = case[f"ours/{other}"]
-            cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
-        cells.append(" / ".join(f"{case[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
-        cells.append(str(case["runs"]))
-        lines.append("| " + " | ".join(cells) + " |")
+        lines.append(table_row(cells, case))
     small = results["small"]
     n = small["count"]
     cells = [f"{n} small packages ({size_name(small['size'])} average), one process, per package"]
     for who in ("ours", "peer", "limit"):
         cells.append(f"{small[who]['median'] / n * 1000:.4f} ms")
-    for other in ("peer", "limit"):
-        r = small[f"ours/{other}"]
-        cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
-    cells.append(" / ".join(f"{small[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
-    cells.append(str(small["runs"]))
-    lines.append("| " + " | ".join(cells) + " |")
+    lines.append(table_row(cells, small))
     startup = results["startup"]
     cells = ["start-up: one small package, whole command"]
     for who in ("ours", "peer", "limit"):
         cells.append(ms(startup[who]["median"]))
-    for other in ("peer", "limit"):
-        r = startup[f"ours/{other}"]
-        cells.append(f"{r['median']:.3f} ({r['min']:.3f}-{r['max']:.3f})")
-    cells.append(" / ".join(f"{startup[w]['spread'] * 100:.0f}%" for w in ("ours", "peer", "limit")))
-    cells.append(str(startup["runs"]))
-    lines.append("| " + " | ".join(cells) + " |")
+    lines.append(table_row(cells, startup))
     peak = results["peak"]
     lines.append(f"| peak resident memory, {n} small packages | {peak['ours'] / 1000:.1f} MB "
                  f"| {peak['peer'] / 1000:.1f} MB | - | {peak['ours'] / peak['peer']:.3f} | - | - "
