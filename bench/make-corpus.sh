@@ -17,26 +17,18 @@
 # whole corpus away.
 set -euo pipefail
 
-die() {
-    echo "make-corpus.sh: $*" >&2
-    exit 1
-}
+script_name=make-corpus.sh
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/lib.sh"
 
 [ $# -eq 3 ] || die "usage: make-corpus.sh <corpus dir> <sizes MiB,...> <small count>"
 corpus=$(realpath -m -- "$1")
 IFS=',' read -r -a sizes <<<"$2"
 small_count=$3
 
-for tool in gpg gpgconf rpm rpmbuild rpmsign rpmkeys sha256sum flock; do
-    command -v "$tool" >/dev/null 2>&1 || die "required tool '$tool' is missing (see scripts/deps.sh)"
-done
+require_tools "see scripts/deps.sh" gpg gpgconf rpm rpmbuild rpmsign rpmkeys sha256sum flock
 gpg_bin=$(command -v gpg)
 
-stamp=$({
-    cat "${BASH_SOURCE[0]}"
-    gpg --version | head -n 1
-    rpm --version
-} | sha256sum | cut -d ' ' -f 1)
+stamp=$(tool_stamp "${BASH_SOURCE[0]}")
 
 mkdir -p "$corpus"
 exec 9>"$corpus/.lock"

@@ -12,13 +12,11 @@
 # small packages and fewer runs.
 set -euo pipefail
 
-die() {
-    echo "bench/run.sh: $*" >&2
-    exit 1
-}
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+script_name=bench/run.sh
+source "$root/scripts/lib.sh"
 
 [ $# -eq 1 ] || die "usage: bench/run.sh <build dir>"
-root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$(realpath -m -- "$1")
 [ -f "$build/CMakeCache.txt" ] || die "$build is not a configured build folder (run make build)"
 
@@ -33,12 +31,8 @@ else
     quick_flag=()
 fi
 
-# Debian's python has matplotlib (scripts/deps.sh installs it).
-python=python3
-[ -x /usr/bin/python3 ] && python=/usr/bin/python3
-for tool in rpmkeys /usr/bin/time; do
-    command -v "$tool" >/dev/null 2>&1 || die "required tool '$tool' is missing (see scripts/deps.sh)"
-done
+find_python
+require_tools "see scripts/deps.sh" rpmkeys /usr/bin/time
 "$python" -c 'import matplotlib' 2>/dev/null || die "python3-matplotlib is missing (see scripts/deps.sh)"
 
 cmake --build "$build" -j "$(nproc)" --target signing signing-host bench_programs >/dev/null ||

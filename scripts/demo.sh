@@ -14,10 +14,8 @@
 # at the end, also when a step fails. Everything is made anew on each run.
 set -euo pipefail
 
-die() {
-    echo "demo.sh: $*" >&2
-    exit 1
-}
+script_name=demo.sh
+source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 [ $# -eq 1 ] || die "usage: demo.sh <build dir>"
 [ -d "$1" ] || die "build folder '$1' does not exist; run 'make build' first"
@@ -26,13 +24,10 @@ host="$build/signing-host"
 plugin="$build/signing.so"
 [ -x "$host" ] || die "$host is missing; run 'make build' first"
 [ -f "$plugin" ] || die "$plugin is missing; run 'make build' first"
-for tool in gpg gpgconf rpmbuild rpmsign rpm python3; do
-    command -v "$tool" >/dev/null 2>&1 || die "required tool '$tool' is missing (run 'make deps')"
-done
+require_tools "run 'make deps'" gpg gpgconf rpmbuild rpmsign rpm python3
 command -v wget >/dev/null 2>&1 || command -v curl >/dev/null 2>&1 ||
     die "neither wget nor curl is installed (run 'make deps')"
-python=python3
-[ -x /usr/bin/python3 ] && python=/usr/bin/python3
+find_python
 
 demo="$build/demo"
 # How the demo folder is shown: relative to where the demo was started.
@@ -96,19 +91,7 @@ step "Making the demo signing key and a second key with gpg (GNUPGHOME $shown/gn
 declare -A fingerprint
 make_key() {
     local name=$1 real=$2
-    cat >"$demo/home/$name.params" <<EOF
-%no-protection
-Key-Type: RSA
-Key-Length: 2048
-Key-Usage: sign,cert
-Subkey-Type: RSA
-Subkey-Length: 2048
-Subkey-Usage: encrypt
-Name-Real: $real
-Name-Email: $name@demo.invalid
-Expire-Date: 0
-%commit
-EOF
+    gpg_key_params 2048 "$real" "$name@demo.invalid" >"$demo/home/$name.params"
     run "${gpg_batch[@]}" --status-file "$demo/home/$name.status" --gen-key "$demo/home/$name.params"
     fingerprint[$name]=$(awk '$2 == "KEY_CREATED" { print $4 }' "$demo/home/$name.status")
     [ ${#fingerprint[$name]} -eq 40 ] || die "gpg made no key for $name"

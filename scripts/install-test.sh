@@ -23,20 +23,19 @@
 # made first when the checkout has none.
 set -euo pipefail
 
-fail() {
-    echo "install-test.sh: $*" >&2
-    exit 1
-}
+script_name=install-test.sh
+source "$(dirname "$0")/lib.sh"
+
 step() {
     printf '==> %s\n' "$*"
 }
 
-[ $# -eq 1 ] || fail "usage: install-test.sh BUILD_DIR"
+[ $# -eq 1 ] || die "usage: install-test.sh BUILD_DIR"
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "$1" && pwd)
-[ -f "$build/CMakeCache.txt" ] || fail "$build is not a configured build folder"
+[ -f "$build/CMakeCache.txt" ] || die "$build is not a configured build folder"
 prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
-[ "$prefix" = /usr ] || fail "$build has the prefix '$prefix'; the packages need /usr"
+[ "$prefix" = /usr ] || die "$build has the prefix '$prefix'; the packages need /usr"
 
 fixtures="$source_dir/.fixtures"
 if [ ! -f "$fixtures/rpm/tampered-payload.rpm" ]; then
@@ -60,20 +59,30 @@ expect_run() {
     "$@" >"$output" 2>"$output.err" || status=$?
     if [ "$status" -ne "$expected" ]; then
         cat "$output" "$output.err" >&2
-        fail "'$*' exited with $status instead of $expected"
+        die "'$*' exited with $status instead of $expected"
     fi
 }
 expect_line() {
     grep -qxF -- "$1" "$2" || {
         cat "$2" >&2
-        fail "expected the line '$1' in $2"
+        die "expected the line '$1' in $2"
     }
 }
 expect_text() {
     grep -qF -- "$1" "$2" || {
         cat "$2" >&2
-        fail "expected '$1' in $2"
+        die "expected '$1' in $2"
     }
+}
+
+# expect_host_verdicts <signing-host> <output prefix>: the program passes
+# the signed package and finds the tampered one's hash invalid.
+expect_host_verdicts() {
+    local program=$1 out=$2
+    expect_run 0 "$out-signed.out" "$program" verify --key "$key" "$signed"
+    expect_text "$signed: RPM_SIGNED (0) $signed is signed." "$out-signed.out"
+    expect_run 1 "$out-tampered.out" "$program" verify --key "$key" "$tampered"
+    expect_text "$tampered: RPM_INVALID_HASH (3) $tampered has invalid hash." "$out-tampered.out"
 }
 
 # ------------------------------------------------------------------ install
@@ -86,13 +95,13 @@ for file in "$plugin" "$usr/bin/signing-host" "$usr/include/signing/rpm_verify.h
     "$usr/include/signing/session.h" "$usr/$libdir/pkgconfig/signing.pc" \
     "$usr/$libdir/cmake/signing/signingConfig.cmake" "$usr/share/man/man1/signing-host.1.gz" \
     "$usr/share/man/man7/signing.so.7.gz" "$usr/share/doc/signing/copyright" "$usr/share/doc/signing/README.md"; do
-    [ -f "$file" ] || fail "${file#"$root"} was not installed"
+    [ -f "$file" ] || die "${file#"$root"} was not installed"
 done
-[ "$(stat -c %a "$plugin")" = 644 ] || fail "the plug-in is installed with mode $(stat -c %a "$plugin")"
+[ "$(stat -c %a "$plugin")" = 644 ] || die "the plug-in is installed with mode $(stat -c %a "$plugin")"
 bash "$source_dir/scripts/check-hardening.sh" "$plugin" "$root/usr/lib/debug$prefix/$libdir/kmrt_stuff/signing.so.debug" \
     "$usr/bin/signing-host" >"$work/hardening.log" || {
     cat "$work/hardening.log" >&2
-    fail "the installed files are not hardened and stripped"
+    die "the installed files are not hardened and stripped"
 }
 
 # --------------------------------------------------------------- C host
@@ -101,7 +110,7 @@ mkdir -p "$work/c"
 cp "$source_dir/docs/examples/verify-package.c" "$work/c/"
 export PKG_CONFIG_PATH="$usr/$libdir/pkgconfig"
 pc=(pkg-config --define-variable=prefix="$usr")
-[ "$("${pc[@]}" --variable=plugin signing)" = "$plugin" ] || fail "signing.pc names another plug-in"
+[ "$("${pc[@]}" --variable=plugin signing)" = "$plugin" ] || die "signing.pc names another plug-in"
 (
     cd "$work/c"
     # shellcheck disable=SC2046
@@ -125,11 +134,11 @@ command -v ninja >/dev/null 2>&1 && generator=(-G Ninja)
 cmake -S "$work/cxx" -B "$work/cxx/build" "${generator[@]}" -DCMAKE_PREFIX_PATH="$usr" \
     -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror" >"$work/cxx/configure.log" 2>&1 || {
     cat "$work/cxx/configure.log" >&2
-    fail "find_package(signing) failed"
+    die "find_package(signing) failed"
 }
 cmake --build "$work/cxx/build" >"$work/cxx/build.log" 2>&1 || {
     cat "$work/cxx/build.log" >&2
-    fail "the C++ host does not build"
+    die "the C++ host does not build"
 }
 host="$work/cxx/build/minimal-host"
 expect_run 0 "$work/cxx/signed.out" "$host" "$key" "$signed"
@@ -144,21 +153,18 @@ expect_line "_signing_validate_file: signing validation result 3 (0 is success) 
 
 # ------------------------------------------------- installed signing-host
 step "Running the installed signing-host without --plugin"
-expect_run 0 "$work/host-signed.out" "$usr/bin/signing-host" verify --key "$key" "$signed"
-expect_text "$signed: RPM_SIGNED (0) $signed is signed." "$work/host-signed.out"
-expect_run 1 "$work/host-tampered.out" "$usr/bin/signing-host" verify --key "$key" "$tampered"
-expect_text "$tampered: RPM_INVALID_HASH (3) $tampered has invalid hash." "$work/host-tampered.out"
+expect_host_verdicts "$usr/bin/signing-host" "$work/host"
 
 # ------------------------------------------------------------ .deb files
 step "Checking the Debian packages and installing them into an empty root"
 shopt -s nullglob
 debs=("$build"/packages/signing_*.deb "$build"/packages/signing-dev_*.deb "$build"/packages/signing-dbg_*.deb)
 shopt -u nullglob
-[ ${#debs[@]} -eq 3 ] || fail "expected the three packages in $build/packages; run make package"
+[ ${#debs[@]} -eq 3 ] || die "expected the three packages in $build/packages; run make package"
 runtime_deb=${debs[0]}
 depends=$(dpkg-deb -f "$runtime_deb" Depends)
-grep -Eq '(^|, )libssl3( |,|$)' <<<"$depends" || fail "signing does not depend on libssl3: $depends"
-grep -Eq '(^|, )wget \| curl(,|$)' <<<"$depends" || fail "signing does not depend on wget | curl: $depends"
+grep -Eq '(^|, )libssl3( |,|$)' <<<"$depends" || die "signing does not depend on libssl3: $depends"
+grep -Eq '(^|, )wget \| curl(,|$)' <<<"$depends" || die "signing does not depend on wget | curl: $depends"
 # dpkg with its own empty database. The dependencies (libc6, libssl3, wget
 # or curl) are the running system's: the root is not a system to chroot
 # into, only a place to install into.
@@ -168,14 +174,11 @@ mkdir -p "$deb_root/var/lib/dpkg/info" "$deb_root/var/lib/dpkg/updates" "$deb_ro
 dpkg --root="$deb_root" --force-depends --force-not-root --log=/dev/null -i "${debs[@]}" \
     >"$work/dpkg.log" 2>&1 || {
     cat "$work/dpkg.log" >&2
-    fail "dpkg -i into $deb_root failed"
+    die "dpkg -i into $deb_root failed"
 }
 dpkg --root="$deb_root" -L signing | grep -qx "$prefix/$libdir/kmrt_stuff/signing.so" ||
-    fail "dpkg does not list the plug-in as part of signing"
-expect_run 0 "$work/deb-signed.out" "$deb_root/usr/bin/signing-host" verify --key "$key" "$signed"
-expect_text "$signed: RPM_SIGNED (0) $signed is signed." "$work/deb-signed.out"
-expect_run 1 "$work/deb-tampered.out" "$deb_root/usr/bin/signing-host" verify --key "$key" "$tampered"
-expect_text "$tampered: RPM_INVALID_HASH (3) $tampered has invalid hash." "$work/deb-tampered.out"
+    die "dpkg does not list the plug-in as part of signing"
+expect_host_verdicts "$deb_root/usr/bin/signing-host" "$work/deb"
 
 # ------------------------------------------------------------- documents
 step "Checking the documents"
@@ -185,10 +188,10 @@ import sys
 example, page = (open(path).read() for path in sys.argv[1:])
 sys.exit(0 if example in page else 1)
 PYTHON
-        fail "docs/integrating.md does not show docs/examples/$example as it is"
+        die "docs/integrating.md does not show docs/examples/$example as it is"
 done
-[ "$(wc -l <"$source_dir/docs/examples/minimal-host.cpp")" -lt 100 ] || fail "the minimal host has 100 lines or more"
+[ "$(wc -l <"$source_dir/docs/examples/minimal-host.cpp")" -lt 100 ] || die "the minimal host has 100 lines or more"
 python3 "$source_dir/scripts/md2man.py" "$source_dir/docs/integrating.md" | cmp -s - "$source_dir/docs/man/signing.so.7" ||
-    fail "docs/man/signing.so.7 is not rendered from docs/integrating.md; run scripts/md2man.py"
+    die "docs/man/signing.so.7 is not rendered from docs/integrating.md; run scripts/md2man.py"
 
 echo "install-test.sh: the installed files, both hosts and the packages work"
