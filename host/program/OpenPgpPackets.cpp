@@ -1,6 +1,7 @@
 #include "OpenPgpPackets.h"
 
 #include "BoundedReader.h"
+#include "NumberName.h"
 
 #include <openssl/evp.h>
 
@@ -211,67 +212,22 @@ PgpSignatureInfo OpenPgpPackets::ReadSignature(const PgpPacketView& packet) {
 }
 
 std::string OpenPgpPackets::AlgorithmName(unsigned algorithm) {
-    switch (algorithm) {
-    case 1:
-    case 2:
-    case 3:
-        return "RSA";
-    case 16:
-    case 20:
-        return "Elgamal";
-    case 17:
-        return "DSA";
-    case 18:
-        return "ECDH";
-    case 19:
-        return "ECDSA";
-    case 22:
-        return "EdDSA";
-    case 25:
-        return "X25519";
-    case 27:
-        return "Ed25519";
-    default:
-        return "algorithm #" + std::to_string(algorithm);
-    }
+    static const NumberName kAlgorithms[] = {{1, "RSA"},      {2, "RSA"},     {3, "RSA"},     {16, "Elgamal"},
+                                             {20, "Elgamal"}, {17, "DSA"},    {18, "ECDH"},   {19, "ECDSA"},
+                                             {22, "EdDSA"},   {25, "X25519"}, {27, "Ed25519"}};
+    return NameOf(kAlgorithms, algorithm, "algorithm #");
 }
 
 std::string OpenPgpPackets::HashName(unsigned algorithm) {
-    switch (algorithm) {
-    case 1:
-        return "MD5";
-    case 2:
-        return "SHA1";
-    case 8:
-        return "SHA256";
-    case 9:
-        return "SHA384";
-    case 10:
-        return "SHA512";
-    case 11:
-        return "SHA224";
-    default:
-        return "hash #" + std::to_string(algorithm);
-    }
+    static const NumberName kHashes[] = {{1, "MD5"},    {2, "SHA1"},    {8, "SHA256"},
+                                         {9, "SHA384"}, {10, "SHA512"}, {11, "SHA224"}};
+    return NameOf(kHashes, algorithm, "hash #");
 }
 
 std::string OpenPgpPackets::PacketName(unsigned tag) {
-    switch (tag) {
-    case 2:
-        return "signature";
-    case 6:
-        return "public key";
-    case 12:
-        return "trust";
-    case 13:
-        return "user ID";
-    case 14:
-        return "public subkey";
-    case 17:
-        return "user attribute";
-    default:
-        return "packet type " + std::to_string(tag);
-    }
+    static const NumberName kPackets[] = {{2, "signature"}, {6, "public key"},     {12, "trust"},
+                                          {13, "user ID"},  {14, "public subkey"}, {17, "user attribute"}};
+    return NameOf(kPackets, tag, "packet type ");
 }
 
 std::string OpenPgpPackets::TimeText(uint32_t seconds) {

@@ -1,6 +1,7 @@
 #include "PackageFile.h"
 
 #include "BoundedReader.h"
+#include "NumberName.h"
 #include "OpenSslDigest.h"
 
 #include <openssl/core_names.h>
@@ -32,6 +33,19 @@ bool ReadExactly(std::FILE* file, uint64_t offset, unsigned char* buffer, size_t
         return false;
     }
     return std::fread(buffer, 1, size, file) == size;
+}
+
+// Reads the 16-byte record that opens a header at offset: its index entry
+// count and data size. False when the file ends first or the magic is missing.
+bool ReadHeaderRecord(std::FILE* file, uint64_t offset, uint32_t& entryCount, uint32_t& dataSize) {
+    unsigned char record[16];
+    if (!ReadExactly(file, offset, record, sizeof(record)) || std::memcmp(record, kHeaderMagic, 4) != 0) {
+        return false;
+    }
+    BoundedReader counts(record + 8, 8);
+    entryCount = counts.U32("index count");
+    dataSize = counts.U32("data size");
+    return true;
 }
 
 std::string HexLower(const unsigned char* data, size_t size) {
@@ -180,15 +194,12 @@ PackageFile PackageFile::Read(const std::string& path, const KeyFile* key) {
                             strnlen(reinterpret_cast<const char*>(lead + 10), 66));
     package.signatureType = (lead[78] << 8) | lead[79];
 
-    unsigned char record[16];
-    if (!ReadExactly(file.get(), kLeadSize, record, sizeof(record)) ||
-        std::memcmp(record, kHeaderMagic, 4) != 0) {
+    uint32_t entryCount = 0;
+    uint32_t dataSize = 0;
+    if (!ReadHeaderRecord(file.get(), kLeadSize, entryCount, dataSize)) {
         package.structureError = "no signature header after the lead";
         return package;
     }
-    BoundedReader counts(record + 8, 8);
-    const uint32_t entryCount = counts.U32("index count");
-    const uint32_t dataSize = counts.U32("data size");
     if (entryCount > kMaxSignatureEntries || dataSize > kMaxSignatureData) {
         package.structureError = "the signature header claims " + std::to_string(entryCount) +
                                  " entries and " + std::to_string(dataSize) + " bytes";
@@ -212,15 +223,13 @@ PackageFile PackageFile::Read(const std::string& path, const KeyFile* key) {
     }
     const uint64_t signatureEnd = kLeadSize + 16 + index.size() + store.size();
     package.mainHeaderOffset = (signatureEnd + 7) / 8 * 8;
-    if (!ReadExactly(file.get(), package.mainHeaderOffset, record, sizeof(record)) ||
-        std::memcmp(record, kHeaderMagic, 4) != 0) {
+    uint32_t mainEntries = 0;
+    uint32_t mainData = 0;
+    if (!ReadHeaderRecord(file.get(), package.mainHeaderOffset, mainEntries, mainData)) {
         package.structureError = "no main header after the signature header";
         return package;
     }
-    BoundedReader mainCounts(record + 8, 8);
-    const uint64_t mainEntries = mainCounts.U32("index count");
-    const uint64_t mainData = mainCounts.U32("data size");
-    package.mainHeaderSize = 16 + 16 * mainEntries + mainData;
+    package.mainHeaderSize = 16 + 16 * uint64_t(mainEntries) + mainData;
     if (fseeko(file.get(), 0, SEEK_END) != 0) {
         package.readError = std::strerror(errno);
         return package;
@@ -289,46 +298,25 @@ PackageFile PackageFile::Read(const std::string& path, const KeyFile* key) {
 }
 
 std::string PackageFile::TagName(uint32_t tag) {
-    switch (tag) {
-    case 62:
-        return "header signatures region";
-    case 267:
-        return "DSA/EdDSA header signature";
-    case 268:
-        return "RSA header signature";
-    case 269:
-        return "header SHA-1";
-    case 270:
-        return "long size";
-    case 271:
-        return "long archive size";
-    case 273:
-        return "header SHA-256";
-    case 274:
-        return "file signatures";
-    case 275:
-        return "file signature length";
-    case 276:
-        return "verity signatures";
-    case 277:
-        return "verity signature algorithm";
-    case 278:
-        return "header SHA3-256";
-    case 1000:
-        return "size";
-    case 1002:
-        return "header+payload PGP signature";
-    case 1004:
-        return "header+payload MD5";
-    case 1005:
-        return "header+payload GPG signature (DSA/EdDSA)";
-    case 1007:
-        return "payload size";
-    case 1008:
-        return "reserved space";
-    default:
-        return "tag " + std::to_string(tag);
-    }
+    static const NumberName kTags[] = {{62, "header signatures region"},
+                                       {267, "DSA/EdDSA header signature"},
+                                       {268, "RSA header signature"},
+                                       {269, "header SHA-1"},
+                                       {270, "long size"},
+                                       {271, "long archive size"},
+                                       {273, "header SHA-256"},
+                                       {274, "file signatures"},
+                                       {275, "file signature length"},
+                                       {276, "verity signatures"},
+                                       {277, "verity signature algorithm"},
+                                       {278, "header SHA3-256"},
+                                       {1000, "size"},
+                                       {1002, "header+payload PGP signature"},
+                                       {1004, "header+payload MD5"},
+                                       {1005, "header+payload GPG signature (DSA/EdDSA)"},
+                                       {1007, "payload size"},
+                                       {1008, "reserved space"}};
+    return NameOf(kTags, tag, "tag ");
 }
 
 } // namespace host
