@@ -76,6 +76,35 @@ void AddOnce(std::vector<std::string>& list, const std::string& line) {
     list.push_back(line);
 }
 
+// What the key file holds, for its "File:" line.
+std::string FileLine(const KeyFile& file) {
+    switch (file.form) {
+    case KeyFile::Form::Unreadable:
+        return "cannot be read: " + file.readError;
+    case KeyFile::Form::Empty:
+        return "empty";
+    case KeyFile::Form::RpmPackage:
+        return "an RPM package (" + std::to_string(file.size) + " bytes), not a key";
+    case KeyFile::Form::Keybox:
+        return "a GnuPG keybox (pubring.kbx), not an exported key";
+    case KeyFile::Form::Other:
+        return std::to_string(file.size) + " bytes, neither armored (no -----BEGIN line) nor binary OpenPGP";
+    case KeyFile::Form::Armored:
+        return "armored (" + file.armorKind + "), " + std::to_string(file.armorBlocks) + " armor block" +
+               (file.armorBlocks == 1 ? "" : "s") +
+               (file.textBeforeArmor != 0
+                    ? ", " + std::to_string(file.textBeforeArmor) + " bytes of text before it"
+                    : std::string()) +
+               (file.crlf ? ", CR LF line ends" : "");
+    case KeyFile::Form::Binary:
+        return "binary OpenPGP, " + std::to_string(file.size) + " bytes" +
+               (file.trustPackets != 0
+                    ? ", with " + std::to_string(file.trustPackets) + " trust packets (a keyring)"
+                    : std::string());
+    }
+    return std::string();
+}
+
 } // namespace
 
 KeyVerdict Explanation::JudgeKey(const std::string& keyPath, KeyProbe& probe) {
@@ -108,41 +137,7 @@ KeyVerdict Explanation::JudgeKey(const std::string& keyPath, KeyProbe& probe) {
     }
     verdict.usable = verdict.loaded && !verdict.checkedKeyId.empty();
 
-    // What the file holds.
-    switch (file.form) {
-    case KeyFile::Form::Unreadable:
-        verdict.details.push_back("File: cannot be read: " + file.readError);
-        break;
-    case KeyFile::Form::Empty:
-        verdict.details.emplace_back("File: empty");
-        break;
-    case KeyFile::Form::RpmPackage:
-        verdict.details.push_back("File: an RPM package (" + std::to_string(file.size) +
-                                  " bytes), not a key");
-        break;
-    case KeyFile::Form::Keybox:
-        verdict.details.emplace_back("File: a GnuPG keybox (pubring.kbx), not an exported key");
-        break;
-    case KeyFile::Form::Other:
-        verdict.details.push_back("File: " + std::to_string(file.size) +
-                                  " bytes, neither armored (no -----BEGIN line) nor binary OpenPGP");
-        break;
-    case KeyFile::Form::Armored:
-        verdict.details.push_back(
-            "File: armored (" + file.armorKind + "), " + std::to_string(file.armorBlocks) + " armor block" +
-            (file.armorBlocks == 1 ? "" : "s") +
-            (file.textBeforeArmor != 0
-                 ? ", " + std::to_string(file.textBeforeArmor) + " bytes of text before it"
-                 : std::string()) +
-            (file.crlf ? ", CR LF line ends" : ""));
-        break;
-    case KeyFile::Form::Binary:
-        verdict.details.push_back("File: binary OpenPGP, " + std::to_string(file.size) + " bytes" +
-                                  (file.trustPackets != 0 ? ", with " + std::to_string(file.trustPackets) +
-                                                                " trust packets (a keyring)"
-                                                          : std::string()));
-        break;
-    }
+    verdict.details.push_back("File: " + FileLine(file));
     for (const KeyBlock& block : file.keys) {
         verdict.details.push_back("Key: " + KeyLine(block.primary));
         for (const std::string& userId : block.userIds) {
