@@ -2,6 +2,8 @@
 // TSD::products() and Component::type().
 #include "HostInstallation.h"
 
+#include "Locked.h"
+
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -24,18 +26,16 @@ Registry& TheRegistry() {
 } // namespace
 
 HostInstallation::HostInstallation() {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    registry.installations[this] = this;
+    Locked<Registry> registry(TheRegistry());
+    registry->installations[this] = this;
 }
 
 HostInstallation::~HostInstallation() {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
+    Locked<Registry> registry(TheRegistry());
     for (const std::unique_ptr<Component>& component : m_OwnedComponents) {
-        registry.types.erase(component.get());
+        registry->types.erase(component.get());
     }
-    registry.installations.erase(this);
+    registry->installations.erase(this);
 }
 
 Product& HostInstallation::AddProduct(const std::string& name, const Environment& environment) {
@@ -66,9 +66,8 @@ Component& HostInstallation::AddComponent(Product& product, const std::string& t
     m_OwnedComponents.push_back(std::move(component));
     Component* added = m_OwnedComponents.back().get();
     {
-        Registry& registry = TheRegistry();
-        std::lock_guard<std::mutex> guard(registry.lock);
-        registry.types[added] = type;
+        Locked<Registry> registry(TheRegistry());
+        registry->types[added] = type;
     }
     product.components.push_back(added);
     return *added;
@@ -79,23 +78,20 @@ void HostInstallation::SetComponentType(const Component& component, const std::s
         throw std::invalid_argument(
             "HostInstallation::SetComponentType: the component belongs to another installation");
     }
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    registry.types[&component] = type;
+    Locked<Registry> registry(TheRegistry());
+    registry->types[&component] = type;
 }
 
 HostInstallation* HostInstallation::Find(const TSD* tsd) {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    auto found = registry.installations.find(tsd);
-    return found == registry.installations.end() ? nullptr : found->second;
+    Locked<Registry> registry(TheRegistry());
+    auto found = registry->installations.find(tsd);
+    return found == registry->installations.end() ? nullptr : found->second;
 }
 
 std::string HostInstallation::TypeOf(const Component* component) {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    auto found = registry.types.find(component);
-    return found == registry.types.end() ? std::string() : found->second;
+    Locked<Registry> registry(TheRegistry());
+    auto found = registry->types.find(component);
+    return found == registry->types.end() ? std::string() : found->second;
 }
 
 bool HostInstallation::OwnsProduct(const Product* product) const {

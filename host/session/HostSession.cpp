@@ -2,6 +2,8 @@
 // that the plug-in calls.
 #include "HostSession.h"
 
+#include "Locked.h"
+
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -42,25 +44,22 @@ std::string TextOf(const char* text) {
 } // namespace
 
 HostSession::HostSession() : session_t{&m_Installation} {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    registry.sessions[this] = this;
+    Locked<Registry> registry(TheRegistry());
+    registry->sessions[this] = this;
 }
 
 HostSession::~HostSession() {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
+    Locked<Registry> registry(TheRegistry());
     for (const auto& nested : m_NestedEnvironments) {
-        registry.environments.erase(nested.first);
+        registry->environments.erase(nested.first);
     }
-    registry.sessions.erase(this);
+    registry->sessions.erase(this);
 }
 
 HostSession* HostSession::Find(session_t* session) {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    auto found = registry.sessions.find(session);
-    return found == registry.sessions.end() ? nullptr : found->second;
+    Locked<Registry> registry(TheRegistry());
+    auto found = registry->sessions.find(session);
+    return found == registry->sessions.end() ? nullptr : found->second;
 }
 
 void HostSession::SetValue(const std::string& key, const std::string& value) {
@@ -135,14 +134,13 @@ std::string HostSession::Expand(const std::string& operand) const {
 
 std::string HostSession::AddNestedEnvironment(const Environment& values) {
     std::unique_ptr<Environment> environment(new Environment(values));
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
+    Locked<Registry> registry(TheRegistry());
     std::string token =
-        std::string(kEnvironmentTokenPrefix) + std::to_string(registry.nextEnvironmentSerial++);
+        std::string(kEnvironmentTokenPrefix) + std::to_string(registry->nextEnvironmentSerial++);
     Environment* pointer = environment.get();
     m_NestedEnvironments[token] = std::move(environment);
     try {
-        registry.environments[token] = pointer;
+        registry->environments[token] = pointer;
     } catch (...) {
         m_NestedEnvironments.erase(token);
         throw;
@@ -151,10 +149,9 @@ std::string HostSession::AddNestedEnvironment(const Environment& values) {
 }
 
 Environment* HostSession::ResolveEnvironmentToken(const std::string& token) {
-    Registry& registry = TheRegistry();
-    std::lock_guard<std::mutex> guard(registry.lock);
-    auto found = registry.environments.find(token);
-    return found == registry.environments.end() ? nullptr : found->second;
+    Locked<Registry> registry(TheRegistry());
+    auto found = registry->environments.find(token);
+    return found == registry->environments.end() ? nullptr : found->second;
 }
 
 std::list<std::string> ReadTextFileLines(const std::string& path) {
