@@ -508,6 +508,14 @@ int ValidatePackageList(session_t* session) {
     return failed ? 1 : 0;
 }
 
+// text followed by suffix. Built with append, which the standard library
+// provides, so that the plug-in exports no string operator of its own.
+std::string Joined(const std::string& text, const char* suffix) {
+    std::string joined(text);
+    joined.append(suffix);
+    return joined;
+}
+
 } // namespace
 
 extern "C" int signing_validate_package_list(session_t* session) {
@@ -576,7 +584,7 @@ std::string _signing_get_public_key(session_t* session) {
     const bool overridden = !url.empty();
     const std::string& base = overridden ? url : defaultUrl;
     const std::string updateId = FindUpdateId(session);
-    std::string request = base + contract::kRequestSuffix;
+    std::string request = Joined(base, contract::kRequestSuffix);
     request += updateId;
     print_log(contract::kLogKeyRequest, request.c_str());
 
@@ -602,8 +610,9 @@ std::string _signing_get_public_key(session_t* session) {
     // output option. A private folder's name is as long as its pattern.
     const std::string longestFolder = KeyDownloadFolder::IsSafe(tempFolder)
                                           ? tempFolder
-                                          : tempFolder + KeyDownloadFolder::kPrivateFolderName;
-    if (LongestCommandLength(request, longestFolder + contract::kPublicKeyFileName) >= kCommandBufferSize) {
+                                          : Joined(tempFolder, KeyDownloadFolder::kPrivateFolderName);
+    if (LongestCommandLength(request, Joined(longestFolder, contract::kPublicKeyFileName)) >=
+        kCommandBufferSize) {
         print_log(kLogRefusedLength, static_cast<int>(kCommandBufferSize - 1));
         return std::string();
     }
@@ -614,7 +623,7 @@ std::string _signing_get_public_key(session_t* session) {
         return std::string();
     }
 
-    std::string outFile = keyFolder + contract::kPublicKeyFileName;
+    std::string outFile = Joined(keyFolder, contract::kPublicKeyFileName);
     std::string command = _signing_get_command(request, outFile);
     if (command.empty()) {
         return std::string();

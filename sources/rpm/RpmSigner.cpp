@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace {
@@ -70,17 +71,60 @@ unsigned long SizeOf(const FileHelper& file) {
 // signatures add about 1.5 KiB to it.
 constexpr unsigned long kFirstReadSize = 8192;
 
-// The chunk buffer of the digest pass, kept by each thread that verifies, so
-// that a package costs no allocation for it.
-char* ChunkBuffer(unsigned long size) {
-    thread_local std::unique_ptr<char[]> buffer;
-    thread_local unsigned long capacity = 0;
-    if (capacity < size) {
-        buffer.reset(new char[size]);
-        capacity = size;
-    }
-    return buffer.get();
+// The chunk buffer of the digest pass is kept between packages, so that a
+// package costs no allocation for it. One buffer is kept for the process
+// (no thread-local storage, which would make the plug-in need the dynamic
+// loader's TLS support); a pass borrows it and gives it back, and a pass
+// running while another holds it gets a buffer of its own.
+struct ChunkDeleter {
+    void operator()(char* chunk) const { delete[] chunk; }
+};
+using ChunkPointer = std::unique_ptr<char[], ChunkDeleter>;
+
+struct KeptChunk {
+    std::mutex lock;
+    ChunkPointer buffer;
+    unsigned long capacity = 0;
+};
+
+// Never destroyed: a pass may end after static destruction began.
+KeptChunk& Kept() {
+    static auto* kept = new KeptChunk();
+    return *kept;
 }
+
+class ChunkLease {
+public:
+    explicit ChunkLease(unsigned long size) {
+        {
+            KeptChunk& kept = Kept();
+            std::lock_guard<std::mutex> guard(kept.lock);
+            if (kept.buffer && kept.capacity >= size) {
+                m_Buffer = std::move(kept.buffer);
+                m_Capacity = kept.capacity;
+            }
+        }
+        if (!m_Buffer) {
+            m_Buffer.reset(new char[size]);
+            m_Capacity = size;
+        }
+    }
+    ChunkLease(const ChunkLease&) = delete;
+    ChunkLease& operator=(const ChunkLease&) = delete;
+    ~ChunkLease() {
+        KeptChunk& kept = Kept();
+        std::lock_guard<std::mutex> guard(kept.lock);
+        if (!kept.buffer || kept.capacity < m_Capacity) {
+            kept.buffer = std::move(m_Buffer);
+            kept.capacity = m_Capacity;
+        }
+    }
+    char* Get() const { return m_Buffer.get(); }
+
+private:
+    ChunkPointer m_Buffer;
+    unsigned long m_Capacity = 0;
+};
 
 // The verdict of a package whose every check passed.
 constexpr int kProcessingValid = 1;
@@ -150,7 +194,8 @@ uint64_t StreamDigests(const FileHelper& file, FileHelper* output, RpmSignature*
                        uint64_t mainHeaderOffset) {
     const unsigned long chunkSize = file.GetBufferSize();
     // Filled by each read before it is used, so it is not zeroed first.
-    char* chunk = ChunkBuffer(chunkSize);
+    const ChunkLease lease(chunkSize);
+    char* chunk = lease.Get();
     long count = file.ReadAt(chunk, mainHeaderOffset, chunkSize);
     if (count < 0) {
         throw FileIoException("Cannot read file " + file.GetPath());

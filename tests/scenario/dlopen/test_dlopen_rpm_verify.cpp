@@ -2,6 +2,7 @@
 // exports the session interface, never links the library, and reaches
 // rpm_verify only through dlopen and dlsym under its plain symbol name.
 #include "Fixtures.h"
+#include "Sanitizer.h"
 #include "TestSupport.h"
 #include "rpmutil.h"
 
@@ -9,8 +10,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -52,6 +59,48 @@ TEST(DlopenRpmVerify, DynamicSymbolTableListsThePlainName) {
         testsupport::Run("nm -D --defined-only " + fixtures::ShellQuote(testsupport::PluginPath()));
     ASSERT_EQ(0, symbols.exitCode);
     EXPECT_NE(std::string::npos, symbols.output.find(" T rpm_verify\n")) << symbols.output.substr(0, 2000);
+}
+
+// Hosts are linked against the plug-in's names: its functions, data,
+// vtables and type information stay exactly those of the list, and it needs
+// the same libraries under the same soname. (Weak instances of standard
+// templates depend on the compiler's inlining and are not pinned.)
+TEST(DlopenRpmVerify, ExportedSymbolsAndDependenciesStayTheSame) {
+#if SIGNING_TEST_SANITIZED
+    GTEST_SKIP() << "an instrumented plug-in exports and needs the sanitizer's symbols as well";
+#endif
+    std::ifstream listFile(std::string(SIGNING_SOURCE_DIR) + "/tests/scenario/dlopen/exported-symbols.txt");
+    ASSERT_TRUE(listFile.good());
+    std::set<std::string> expected;
+    for (std::string line; std::getline(listFile, line);) {
+        if (!line.empty() && line[0] != '#') {
+            expected.insert(line);
+        }
+    }
+    const std::string plugin = fixtures::ShellQuote(testsupport::PluginPath());
+    testsupport::CommandResult symbols = testsupport::Run(
+        "nm -D --defined-only " + plugin + " | awk '$2==\"T\"||$2==\"D\"||$2==\"V\" {print $2, $3}'");
+    ASSERT_EQ(0, symbols.exitCode);
+    std::set<std::string> actual;
+    std::istringstream lines(symbols.output);
+    for (std::string line; std::getline(lines, line);) {
+        actual.insert(line);
+    }
+    std::vector<std::string> missing;
+    std::vector<std::string> added;
+    std::set_difference(expected.begin(), expected.end(), actual.begin(), actual.end(),
+                        std::back_inserter(missing));
+    std::set_difference(actual.begin(), actual.end(), expected.begin(), expected.end(),
+                        std::back_inserter(added));
+    EXPECT_EQ(352u, expected.size());
+    EXPECT_TRUE(missing.empty()) << "no longer exported: " << testing::PrintToString(missing);
+    EXPECT_TRUE(added.empty()) << "newly exported: " << testing::PrintToString(added);
+
+    testsupport::CommandResult dynamic =
+        testsupport::Run("readelf -d " + plugin + " | grep -E '\\((NEEDED|SONAME)\\)' | sed 's/.*: //'");
+    ASSERT_EQ(0, dynamic.exitCode);
+    EXPECT_EQ("[libcrypto.so.3]\n[libstdc++.so.6]\n[libgcc_s.so.1]\n[libc.so.6]\n[kmrt_stuff/signing.so]\n",
+              dynamic.output);
 }
 
 TEST(DlopenRpmVerify, SignedPackageIsSigned) {
