@@ -8,11 +8,9 @@
 #include "PgpCertificate.h"
 #include "PgpMessage.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <memory>
-#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -29,21 +27,19 @@ void CheckKeyFileSize(const std::string& path, unsigned long long size) {
 
 // The size of a key file that may be read: only a regular file (not a
 // device such as /dev/zero, a FIFO or a socket) no larger than the key-file
-// bound is read at all.
-unsigned long BoundedKeyFileSize(const std::string& path) {
-    struct stat status;
-    if (stat(path.c_str(), &status) != 0) {
-        throw FileIoException("Cannot get status of key file " + path + ": " + std::strerror(errno));
+// bound is read at all. The file object has judged the opened file by its
+// descriptor already: it keeps a size only for a regular file.
+unsigned long BoundedKeyFileSize(const FileHelper& file, const std::string& path) {
+    unsigned long size = 0;
+    if (file.GetOpenedSize(size)) {
+        CheckKeyFileSize(path, size);
+        return size;
     }
     // A folder goes on to the file object's own "was not open" failure.
-    if (S_ISDIR(status.st_mode)) {
+    if (file.IsFolder()) {
         return 0;
     }
-    if (!S_ISREG(status.st_mode)) {
-        throw FileIoException("Key file " + path + " is not a regular file");
-    }
-    CheckKeyFileSize(path, static_cast<unsigned long long>(status.st_size));
-    return static_cast<unsigned long>(status.st_size);
+    throw FileIoException("Key file " + path + " is not a regular file");
 }
 
 } // namespace
@@ -71,17 +67,9 @@ Certificate* CertificateManager::LoadCertificateFromFile(std::string& path,
     {
         // The file object opens without blocking, so a FIFO in the key's
         // place cannot stall the caller; a missing file keeps its own
-        // exception.
+        // exception. The key-file bound holds before anything is read.
         std::unique_ptr<FileHelper> file(new FileHelper(path));
-        // A regular file's size as the file object found it when it opened
-        // the file; anything else is judged by its status. Either way the
-        // key-file bound holds before anything is read.
-        unsigned long size = 0;
-        if (file->GetOpenedSize(size)) {
-            CheckKeyFileSize(path, size);
-        } else {
-            size = BoundedKeyFileSize(path);
-        }
+        const unsigned long size = BoundedKeyFileSize(*file, path);
         data.resize(size);
         // One read for the whole file; further reads only if the system
         // answers with less.
